@@ -1,0 +1,41 @@
+// Small helpers every window of the module shares: ending a dialog the way
+// the first platform did, message boxes, and hand-written data exchange.
+#pragma once
+
+#include <wx/string.h>
+
+class wxWindow;
+class wxTextCtrl;
+class wxTopLevelWindow;
+
+namespace ftpzn {
+
+// Dialog results as the module has always numbered them.
+enum DialogResult : int {
+  kResultOk = 1,
+  kResultCancel = 2,
+  kResultYes = 6,
+  kResultNo = 7,
+  kResultYesToAll = 9061,
+};
+
+// EndModal(result) when the window runs modally, otherwise only hides it.
+void EndDialog(wxTopLevelWindow* dialog, int result);
+
+// An OK-only message box titled with the host application's display name.
+// The first platform added the exclamation icon to every plain OK box.
+void MessageBox(const wxString& text, long icon = 0, wxWindow* parent = nullptr);
+
+// Data exchange for an integer field: leading and trailing blanks allowed,
+// a signed 32-bit decimal; anything else shows "Please enter an integer.",
+// focuses the field, selects its text and returns false.
+bool ReadIntField(wxTextCtrl* field, int& value);
+// Parses as ReadIntField does, without any window.
+bool ParseInt32(const wxString& text, int& value);
+// A length check: "Please enter no more than N characters."
+bool CheckMaxChars(wxTextCtrl* field, const wxString& value, int maxChars);
+// Sets a control's text only when it differs, so change handlers fire only
+// for real changes.
+void SetTextIfChanged(wxTextCtrl* field, const wxString& text);
+
+}  // namespace ftpzn
