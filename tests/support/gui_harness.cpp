@@ -98,9 +98,10 @@ void InstallDialogHook() {
 void DialogScript::Expect(ExpectedDialog expected) { State().expected.push_back(std::move(expected)); }
 
 void DialogScript::ExpectMessageBox(int result) {
-  Expect({"message box", [result](wxDialog* d) {
-            return dynamic_cast<wxMessageDialog*>(d) ? result : -1;
-          }});
+  ExpectedDialog box;
+  box.description = "message box";
+  box.answer = [result](wxDialog* d) { return dynamic_cast<wxMessageDialog*>(d) ? result : -1; };
+  Expect(std::move(box));
 }
 
 const std::vector<wxString>& DialogScript::MessageBoxTexts() { return State().messages; }

@@ -9,6 +9,7 @@
 #include <deque>
 #include <functional>
 #include <string>
+#include <typeinfo>
 #include <vector>
 
 namespace ftpzn::test {
@@ -34,12 +35,15 @@ class DialogScript {
   // A dialog of type T answered with `result` without showing it.
   template <typename T>
   static void ExpectModal(int result, std::function<void(T*)> inspect = {}) {
-    Expect({typeid(T).name(), [result, inspect](wxDialog* d) {
-              auto* typed = dynamic_cast<T*>(d);
-              if (!typed) return -1;
-              if (inspect) inspect(typed);
-              return result;
-            }});
+    ExpectedDialog expected;
+    expected.description = typeid(T).name();
+    expected.answer = [result, inspect](wxDialog* d) {
+      auto* typed = dynamic_cast<T*>(d);
+      if (!typed) return -1;
+      if (inspect) inspect(typed);
+      return result;
+    };
+    Expect(std::move(expected));
   }
   // Texts of every message box shown since the last Clear(), in order.
   static const std::vector<wxString>& MessageBoxTexts();
