@@ -1,0 +1,33 @@
+// Directory listings as the server sends them (LIST lines or MLSD facts),
+// parsed into entries. Window-free; the engine and ftpzn-ftp use it.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace ftpzn::inet {
+
+struct FtpListEntry {
+  enum class Kind { File, Directory, Link };
+  std::string name;  // bytes as sent by the server
+  Kind kind = Kind::File;
+  uint64_t size = 0;
+  std::optional<int64_t> mtime;  // Unix seconds, UTC; empty when unknown
+  std::string linkTarget;        // for "name -> target" links
+};
+
+// Year-less dates ("Jan 10 12:00") need the current time; tests inject it.
+struct ListClock {
+  int64_t nowUnix = 0;  // 0: use the real clock
+};
+
+// One LIST line of any family the engine knows (Unix ls, DOS/IIS, ...).
+// Returns false for lines no parser accepts (totals, banners, damage):
+// those are skipped, never guessed.
+bool ParseListLine(std::string_view line, const ListClock& clock, FtpListEntry& out);
+// One MLSD line: "fact=value;fact=value; name".
+bool ParseMlsdLine(std::string_view line, FtpListEntry& out);
+
+}  // namespace ftpzn::inet
