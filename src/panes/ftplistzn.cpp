@@ -7,12 +7,8 @@
 #include <algorithm>
 #include <memory>
 
-#include "panes/paneart.h"
-
-#if __has_include("mainwnd/dlgftpmainwnd.h")
 #include "mainwnd/dlgftpmainwnd.h"
-#define FTPZN_HAVE_MAIN_WINDOW 1
-#endif
+#include "res/resources.h"
 
 namespace {
 constexpr int kFolderImage = 0;
@@ -42,8 +38,9 @@ bool CFtpListzn::Create(wxWindow* parent, wxWindowID id, const wxPoint& pos, con
 
 int CFtpListzn::CreateImageList() {
   auto* images = new wxImageList(16, 16, true, 0);
-  images->Add(ftpzn::PaneFolderBitmap());
-  images->Add(ftpzn::PaneFileBitmap());
+  const wxSize small(16, 16);
+  images->Add(ftpzn::res::LoadIconBundle(ftpzn::res::kIconFolder, small).GetBitmap(small));
+  images->Add(ftpzn::res::LoadIconBundle(ftpzn::res::kIconFile, small).GetBitmap(small));
   AssignImageList(images, wxIMAGE_LIST_SMALL);
   return 0;
 }
@@ -121,10 +118,12 @@ int CFtpListzn::InsertNamedFolder(int row, const wxString& name) {
   return InsertRecord(row, std::move(record));
 }
 
-void CFtpListzn::ClearRows() {
+void CFtpListzn::ClearRows() { DeleteAllItems(); }
+
+bool CFtpListzn::DeleteAllItems() {
   m_rows.clear();
   m_rows.shrink_to_fit();
-  DeleteAllItems();
+  return wxListCtrl::DeleteAllItems();
 }
 
 const FileListItem* CFtpListzn::GetRecord(int row) const {
@@ -175,9 +174,7 @@ int CFtpListzn::OnGetItemImage(long item) const {
 }
 
 void CFtpListzn::RefreshOwnerFields() {
-#ifdef FTPZN_HAVE_MAIN_WINDOW
   if (m_pOwner) m_pOwner->UpdateData(false);
-#endif
 }
 
 void CFtpListzn::DoubleClickRow(int row) {
@@ -215,14 +212,14 @@ int CFtpListzn::ShowBusyAnimation(bool on, wxWindow* parent) {
   auto* animation = new wxGenericAnimationCtrl(host, kBusyAnimationId, wxNullAnimation, wxDefaultPosition,
                                                wxDefaultSize, wxAC_DEFAULT_STYLE | wxAC_NO_AUTORESIZE);
   wxAnimation frames = animation->CreateAnimation();
-  std::unique_ptr<wxInputStream> gif = ftpzn::OpenBusyAnimation();
-  const wxSize size = frames.Load(*gif, wxANIMATION_TYPE_GIF) ? frames.GetSize() : wxSize(32, 32);
+  const bool loaded = ftpzn::res::LoadAnimation(ftpzn::res::kAnimationBusy, frames);
+  const wxSize size = loaded ? frames.GetSize() : wxSize(32, 32);
   // Centred over the list, in the parent's coordinates.
   wxPoint centre = area.GetPosition() + wxPoint((area.width - size.x) / 2, (area.height - size.y) / 2);
   if (host != this) centre = host->ScreenToClient(ClientToScreen(centre));
   animation->SetSize(wxRect(centre, size));
   animation->Show();
-  if (frames.IsOk()) {
+  if (loaded) {
     animation->SetAnimation(frames);
     animation->Play(true);
   }

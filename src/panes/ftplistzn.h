@@ -55,8 +55,10 @@ class CFtpListzn : public wxListCtrl {
   int InsertNamedItem(int row, const wxString& name, unsigned size);
   // A folder row of size 0 dated now.
   int InsertNamedFolder(int row, const wxString& name);
-  // Releases every row with its record.
+  // Releases every row with its record. Hides the control's own, so that a
+  // caller clearing a pane releases the records too.
   void ClearRows();
+  bool DeleteAllItems();
 
   unsigned GetItemSize(int row) const;
   int IsItemFolder(int row) const;
@@ -150,6 +152,3 @@ class CFtpListzn1Local : public CFtpListzn {
 // The right pane: one directory of the FTP server. Until its own commands
 // land it has the base behaviour only.
 class CFtpListzn1Remote : public CFtpListzn {};
-
-// The "Local" menu as the main window's menu holds it.
-wxMenu* CreateLocalPaneMenu();

@@ -5,8 +5,9 @@
 #include <memory>
 
 #include "panes/ftplistzn.h"
-#include "panes/nameinput.h"
+#include "res/menus.h"
 #include "ui/dialogs.h"
+#include "ui/dlginputstring.h"
 
 namespace {
 
@@ -25,6 +26,17 @@ class LocalPaneDropTarget : public wxFileDropTarget {
 
 void Tell(const wxString& text) { ftpzn::MessageBox(text); }
 
+// The name input dialog: true and the typed text on OK. Without `initial`
+// the dialog's own pre-filled text is offered.
+bool AskName(wxWindow* parent, const wxString& title, const wxString* initial, wxString& typed) {
+  CDlgInputString dialog(parent);
+  dialog.m_strTitle = title;
+  if (initial) dialog.m_strInput = *initial;
+  if (dialog.ShowModal() != ftpzn::kResultOk) return false;
+  typed = dialog.m_strInput;
+  return true;
+}
+
 }  // namespace
 
 // clang-format off
@@ -42,21 +54,7 @@ wxBEGIN_EVENT_TABLE(CFtpListzn1Local, CFtpListzn)
 wxEND_EVENT_TABLE()
     // clang-format on
 
-    wxMenu* CreateLocalPaneMenu() {
-  auto* menu = new wxMenu;
-  menu->Append(ID_LOCAL_REFRESH, "Refresh");
-  menu->Append(ID_LOCAL_UP_DIRECTORY, "Up Directory");
-  menu->Append(ID_LOCAL_CHANGE_DIRECTORY, "Change Directory");
-  menu->Append(ID_LOCAL_NEW_DIRECTORY, "New Directory");
-  menu->Append(ID_LOCAL_DELETE, "Delete");
-  menu->Append(ID_LOCAL_DELETE_FILE, "Delete File");
-  menu->Append(ID_LOCAL_DELETE_DIRECTORY, "Delete Directory");
-  menu->Append(ID_LOCAL_DELETE_RECURSIVE, "Delete Recursive");
-  menu->Append(ID_LOCAL_SAVE_LIST, "Save list...");
-  return menu;
-}
-
-bool CFtpListzn1Local::Create(wxWindow* parent, wxWindowID id, const wxPoint& pos, const wxSize& size) {
+    bool CFtpListzn1Local::Create(wxWindow* parent, wxWindowID id, const wxPoint& pos, const wxSize& size) {
   if (!CFtpListzn::Create(parent, id, pos, size)) return false;
   SetDropTarget(new LocalPaneDropTarget(this));
   return true;
@@ -169,7 +167,7 @@ void CFtpListzn1Local::OnChangeDirectory(wxCommandEvent&) {
   if (!current) return;
   const wxString prefill = "To Directory";
   wxString typed;
-  if (!ftpzn::AskPaneName(this, "Type new directory name", &prefill, typed)) return;
+  if (!AskName(this, "Type new directory name", &prefill, typed)) return;
   // The typed text is always taken as relative to the current directory.
   const wxString pattern =
       ftpzn::CollapseSeparators(ftpzn::LocalSearchPattern(wxString::Format("%s/%s", *current, typed)));
@@ -189,7 +187,7 @@ void CFtpListzn1Local::OnNewDirectory(wxCommandEvent&) {
   const wxString* current = CurrentDirectory();
   if (!current) return;
   wxString typed;
-  if (!ftpzn::AskPaneName(this, "Type directory name", nullptr, typed)) return;
+  if (!AskName(this, "Type directory name", nullptr, typed)) return;
   const wxString path = ftpzn::CollapseSeparators(wxString::Format("%s/%s", *current, typed));
   if (const int error = ftpzn::CreateLocalDirectory(path)) {
     Tell(wxString::Format("Create directory error:%s error:%d", path, error));
@@ -254,7 +252,9 @@ void CFtpListzn1Local::DropPaths(const wxArrayString& paths) {
 }
 
 void CFtpListzn1Local::OnContextMenu(wxContextMenuEvent& event) {
-  std::unique_ptr<wxMenu> menu(CreateLocalPaneMenu());
+  // The third popup of the main menu, "Local"; its commands come to this pane.
+  std::unique_ptr<wxMenu> menu(ftpzn::res::LoadPopup(ftpzn::res::kMenuMain, 2));
+  if (!menu) return;
   wxPoint at = event.GetPosition();
   at = at == wxDefaultPosition ? wxDefaultPosition : ScreenToClient(at);
   PopupMenu(menu.get(), at);

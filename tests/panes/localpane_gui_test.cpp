@@ -16,8 +16,9 @@
 
 #include "gui_harness.h"
 #include "panes/ftplistzn.h"
-#include "panes/nameinput.h"
+#include "res/menus.h"
 #include "ui/dialogs.h"
+#include "ui/dlginputstring.h"
 
 namespace {
 
@@ -27,7 +28,7 @@ using ftpzn::test::DialogScript;
 // The name dialog answered with `result` after checking what it offers and
 // putting `typed` into it.
 void ExpectNameInput(int result, const wxString& title, const wxString& offered, const wxString& typed) {
-  DialogScript::ExpectModal<ftpzn::PaneNameDialog>(result, [=](ftpzn::PaneNameDialog* dialog) {
+  DialogScript::ExpectModal<CDlgInputString>(result, [=](CDlgInputString* dialog) {
     EXPECT_EQ(dialog->m_strTitle, title);
     EXPECT_EQ(dialog->m_strInput, offered);
     dialog->m_strInput = typed;
@@ -324,14 +325,17 @@ TEST_F(LocalPane, HandlesOnlyItsOwnCommands) {
   ASSERT_EQ(m_pane->FillDirectory(Path()), 1);
   EXPECT_TRUE(Command(ID_LOCAL_REFRESH));
   for (int id : {9107, 9108, 9110, 9112, 9113, 9114, 9117, 9094}) EXPECT_FALSE(Command(id)) << id;
-  std::unique_ptr<wxMenu> menu(CreateLocalPaneMenu());
-  std::vector<wxString> labels;
-  for (wxMenuItem* item : menu->GetMenuItems()) labels.push_back(item->GetItemLabelText());
-  const std::vector<wxString> expected = {"Refresh",          "Up Directory",     "Change Directory",
-                                          "New Directory",    "Delete",           "Delete File",
-                                          "Delete Directory", "Delete Recursive", "Save list..."};
-  EXPECT_EQ(labels, expected);
-  EXPECT_EQ(menu->FindItemByPosition(4)->GetId(), ID_LOCAL_DELETE);
+  std::unique_ptr<wxMenu> menu(ftpzn::res::LoadPopup(ftpzn::res::kMenuMain, 2));
+  ASSERT_TRUE(menu);
+  // The context menu is the "Local" popup: the commands this pane handles,
+  // and "Save list..." that nothing handles.
+  std::vector<int> ids;
+  for (wxMenuItem* item : menu->GetMenuItems()) ids.push_back(item->GetId());
+  const std::vector<int> expected = {
+      ID_LOCAL_REFRESH,          ID_LOCAL_UP_DIRECTORY,     ID_LOCAL_CHANGE_DIRECTORY,
+      ID_LOCAL_NEW_DIRECTORY,    ID_LOCAL_DELETE,           ID_LOCAL_DELETE_FILE,
+      ID_LOCAL_DELETE_DIRECTORY, ID_LOCAL_DELETE_RECURSIVE, ID_LOCAL_SAVE_LIST};
+  EXPECT_EQ(ids, expected);
 }
 
 TEST_F(LocalPane, BusyAnimationShowsOnce) {
