@@ -50,6 +50,21 @@ class CFtpListzn : public wxListCtrl {
   // virtual list asks for them every time, so it inserts the same row.
   int InsertFoundItemKeepingTexts(int row, const wxString& name, uint64_t length, uint64_t lastWrite,
                                   bool directory);
+  // Any enumeration that tells name, length, last-write file time and kind
+  // (the remote one as well as the local one).
+  template <typename Finder>
+  requires requires(const Finder& f, uint64_t& t) {
+    f.GetFileName();
+    f.GetLength();
+    f.GetLastWriteTime(t);
+    f.IsDirectory();
+  }
+  int InsertFoundItem(int row, const Finder& found) {
+    uint64_t lastWrite = 0;
+    found.GetLastWriteTime(lastWrite);
+    return InsertFoundItem(row, wxString(found.GetFileName()), found.GetLength(), lastWrite,
+                           found.IsDirectory());
+  }
   int InsertParentItem();
   // A file row dated now, unless a row of that name exists (any case).
   int InsertNamedItem(int row, const wxString& name, unsigned size);

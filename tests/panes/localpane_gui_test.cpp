@@ -338,6 +338,46 @@ TEST_F(LocalPane, HandlesOnlyItsOwnCommands) {
   EXPECT_EQ(ids, expected);
 }
 
+// An enumeration shaped like the remote one.
+struct FakeFinder {
+  std::wstring GetFileName() const { return L"remote.bin"; }
+  uint64_t GetLength() const { return 0x100000400ULL; }
+  bool GetLastWriteTime(uint64_t& t) const {
+    t = 133000000000000000ULL;
+    return true;
+  }
+  bool IsDirectory() const { return false; }
+};
+
+TEST_F(LocalPane, NamedAndFoundInsertsBuildRowsFromRecords) {
+  setenv("TZ", "UTC0", 1);
+  tzset();
+  EXPECT_EQ(m_pane->InsertParentItem(), 0);
+  EXPECT_EQ(m_pane->InsertNamedItem(1, "Data.TXT", 2048), 1);
+  EXPECT_EQ(m_pane->InsertNamedItem(2, "data.txt", 10), -1);  // same name in another case
+  EXPECT_EQ(m_pane->InsertNamedFolder(1, "box"), 1);
+  EXPECT_EQ(m_pane->InsertFoundItem(3, FakeFinder{}), 3);
+  EXPECT_EQ(m_pane->InsertFoundItemKeepingTexts(99, "last", 0, ftpzn::FileTimeFromUnix(-600000000), true),
+            4);  // past the end: appended
+  EXPECT_EQ(Column(0), (std::vector<wxString>{"..Up", "box", "Data.TXT", "remote.bin", "last"}));
+  EXPECT_EQ(Column(1), (std::vector<wxString>{"", "", "2 KB", "1 KB", ""}));
+  EXPECT_EQ(m_pane->GetItemText(1, 2), "Folder");
+  EXPECT_EQ(m_pane->GetItemSize(3), 1024u);  // the low 32 bits of the length
+  const wxString today = wxDateTime::Now().Format("%y/%m/%d");
+  EXPECT_TRUE(m_pane->GetItemText(2, 3).StartsWith(today));
+  EXPECT_EQ(m_pane->GetItemText(4, 3), "");  // 1950 cannot be shown
+  EXPECT_EQ(m_pane->GetItemText(0, 3), "70/01/01/00/00/00");
+  EXPECT_EQ(m_pane->GetRecord(7), nullptr);
+  m_pane->SetItemState(2, wxLIST_STATE_SELECTED, wxLIST_STATE_SELECTED);
+  m_pane->SetItemState(4, wxLIST_STATE_SELECTED, wxLIST_STATE_SELECTED);
+  EXPECT_EQ(m_pane->GetNextSelectedRow(-1), 2);
+  EXPECT_EQ(m_pane->GetNextSelectedRow(2), 4);
+  EXPECT_EQ(m_pane->GetNextSelectedRow(4), -1);
+  m_pane->DeleteAllItems();
+  EXPECT_EQ(m_pane->GetItemCount(), 0);
+  EXPECT_EQ(m_pane->GetRecord(0), nullptr);
+}
+
 TEST_F(LocalPane, BusyAnimationShowsOnce) {
   EXPECT_EQ(m_pane->ShowBusyAnimation(true, m_frame), 1);
   EXPECT_EQ(m_pane->m_bBusy, 1);
