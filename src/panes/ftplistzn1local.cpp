@@ -39,22 +39,7 @@ bool AskName(wxWindow* parent, const wxString& title, const wxString* initial, w
 
 }  // namespace
 
-// clang-format off
-wxBEGIN_EVENT_TABLE(CFtpListzn1Local, CFtpListzn)
-  EVT_MENU(ID_LOCAL_UP_DIRECTORY, CFtpListzn1Local::OnUpDirectory)
-  EVT_MENU(ID_LOCAL_REFRESH, CFtpListzn1Local::OnRefresh)
-  EVT_MENU(ID_LOCAL_CHANGE_DIRECTORY, CFtpListzn1Local::OnChangeDirectory)
-  EVT_MENU(ID_LOCAL_NEW_DIRECTORY, CFtpListzn1Local::OnNewDirectory)
-  EVT_UPDATE_UI(ID_LOCAL_NEW_DIRECTORY, CFtpListzn1Local::OnUpdateNewDirectory)
-  EVT_MENU(ID_LOCAL_DELETE, CFtpListzn1Local::OnDelete)
-  EVT_MENU(ID_LOCAL_DELETE_FILE, CFtpListzn1Local::OnDelete)
-  EVT_MENU(ID_LOCAL_DELETE_DIRECTORY, CFtpListzn1Local::OnDelete)
-  EVT_MENU(ID_LOCAL_DELETE_RECURSIVE, CFtpListzn1Local::OnDelete)
-  EVT_CONTEXT_MENU(CFtpListzn1Local::OnContextMenu)
-wxEND_EVENT_TABLE()
-    // clang-format on
-
-    bool CFtpListzn1Local::Create(wxWindow* parent, wxWindowID id, const wxPoint& pos, const wxSize& size) {
+bool CFtpListzn1Local::Create(wxWindow* parent, wxWindowID id, const wxPoint& pos, const wxSize& size) {
   if (!CFtpListzn::Create(parent, id, pos, size)) return false;
   SetDropTarget(new LocalPaneDropTarget(this));
   return true;
@@ -259,3 +244,18 @@ void CFtpListzn1Local::OnContextMenu(wxContextMenuEvent& event) {
   at = at == wxDefaultPosition ? wxDefaultPosition : ScreenToClient(at);
   PopupMenu(menu.get(), at);
 }
+
+// clang-format off
+wxBEGIN_EVENT_TABLE(CFtpListzn1Local, CFtpListzn)
+  EVT_MENU(ID_LOCAL_UP_DIRECTORY, CFtpListzn1Local::OnUpDirectory)
+  EVT_MENU(ID_LOCAL_REFRESH, CFtpListzn1Local::OnRefresh)
+  EVT_MENU(ID_LOCAL_CHANGE_DIRECTORY, CFtpListzn1Local::OnChangeDirectory)
+  EVT_MENU(ID_LOCAL_NEW_DIRECTORY, CFtpListzn1Local::OnNewDirectory)
+  EVT_UPDATE_UI(ID_LOCAL_NEW_DIRECTORY, CFtpListzn1Local::OnUpdateNewDirectory)
+  EVT_MENU(ID_LOCAL_DELETE, CFtpListzn1Local::OnDelete)
+  EVT_MENU(ID_LOCAL_DELETE_FILE, CFtpListzn1Local::OnDelete)
+  EVT_MENU(ID_LOCAL_DELETE_DIRECTORY, CFtpListzn1Local::OnDelete)
+  EVT_MENU(ID_LOCAL_DELETE_RECURSIVE, CFtpListzn1Local::OnDelete)
+  EVT_CONTEXT_MENU(CFtpListzn1Local::OnContextMenu)
+wxEND_EVENT_TABLE()
+    // clang-format on
