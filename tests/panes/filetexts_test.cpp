@@ -110,14 +110,5 @@ TEST(TypeText, DesktopDescriptionElseExtensionRule) {
   EXPECT_EQ(ShellTypeText("zzqnoext"), "File");
 }
 
-TEST(ParentItem, IsAFolderNamedUp) {
-  const FileListItem up = MakeParentItem();
-  EXPECT_EQ(up.name, "..Up");
-  EXPECT_EQ(up.typeText, "..Up");
-  EXPECT_EQ(up.size, 1u);
-  EXPECT_EQ(up.time, 0x0000000100000001ULL);
-  EXPECT_NE(up.folder, 0);
-}
-
 }  // namespace
 }  // namespace ftpzn
