@@ -47,7 +47,11 @@ wxString CInfobarCtrl::DrawnText() const {
 
 void CInfobarCtrl::OnPaint(wxPaintEvent&) {
   wxAutoBufferedPaintDC dc(this);
-  dc.SetBackground(wxBrush(wxSystemSettings::GetColour(wxSYS_COLOUR_BTNSHADOW)));
+  // The band is the button-shadow colour; GTK themes make that too light to
+  // carry white text, so a light one is darkened.
+  wxColour band = wxSystemSettings::GetColour(wxSYS_COLOUR_BTNSHADOW);
+  if (band.GetLuminance() > 0.55) band = band.ChangeLightness(55);
+  dc.SetBackground(wxBrush(band));
   dc.Clear();
   dc.SetFont(m_font);
   dc.SetBackgroundMode(wxBRUSHSTYLE_TRANSPARENT);

@@ -10,7 +10,8 @@ wxEND_EVENT_TABLE()
 
 bool CTraceView::Create(wxWindow* parent, wxWindowID id, const wxPoint& pos, const wxSize& size) {
   if (!wxWindow::Create(parent, id, pos, size)) return false;
-  if (!m_list.Create(this, kListId, wxPoint(0, 0), GetClientSize(), wxVSCROLL | wxHSCROLL))
+  // The list's first-platform child id (280369) is past wx's id range.
+  if (!m_list.Create(this, wxID_ANY, wxPoint(0, 0), GetClientSize(), wxVSCROLL | wxHSCROLL))
     return false;
   m_list.SetBackgroundColour(wxSystemSettings::GetColour(wxSYS_COLOUR_BTNFACE));
   m_list.SetFont(wxSystemSettings::GetFont(wxSYS_ANSI_VAR_FONT));

@@ -22,7 +22,6 @@ class CTraceView : public wxWindow {
 
   CColorListBox& List() { return m_list; }
 
-  static constexpr int kListId = 280369;
   static constexpr int kMaxLines = 256;
 
  private:
