@@ -3,10 +3,12 @@
 #include <gtest/gtest.h>
 #include <wx/dnd.h>
 #include <wx/textctrl.h>
+#include <wx/toplevel.h>
 
 #include <filesystem>
 #include <fstream>
 
+#include "entry/ftpface.h"
 #include "gui_harness.h"
 #include "mainwnd/dlgftpmainwnd.h"
 #include "ui/dlginputstring.h"
@@ -90,6 +92,24 @@ TEST_F(MainWindowLocalPane, UnreadableStartDirectoryShowsTheFallback) {
   EXPECT_EQ(PathBox(), Path("missing"));
   EXPECT_GE(Pane().GetItemCount(), 1);
   EXPECT_EQ(Pane().GetRowName(0), "..Up");
+}
+
+TEST(EntryLocalPane, ShowFrameWndListsTheHostsDirectory) {
+  const std::string root = ftpzn::test::MakeTempDir("ftpzn-entry-");
+  std::ofstream(fs::path(root) / "from-host.txt") << "x";
+  Cftpfacezn face;
+  ASSERT_EQ(face.showFrameWnd(wxString::FromUTF8(root), nullptr), 1);
+  CDlgFTPMainWnd* window = nullptr;
+  for (wxWindow* top : wxTopLevelWindows)
+    if (auto* main = dynamic_cast<CDlgFTPMainWnd*>(top); main && main->IsShown()) window = main;
+  ASSERT_NE(window, nullptr);
+  EXPECT_EQ(window->m_editLocalDir->GetValue(), wxString::FromUTF8(root));
+  ASSERT_EQ(window->m_ctrlLocal.GetItemCount(), 2);
+  EXPECT_EQ(window->m_ctrlLocal.GetRowName(1), "from-host.txt");
+  // An empty directory from the host means the home directory.
+  ASSERT_EQ(face.showFrameWnd(wxString(), nullptr), 1);
+  EXPECT_EQ(window->m_editLocalDir->GetValue(), wxGetHomeDir());
+  EXPECT_EQ(window->m_ctrlLocal.GetRowName(0), "..Up");
 }
 
 }  // namespace
