@@ -5,7 +5,6 @@
 #include <wx/imaglist.h>
 
 #include <algorithm>
-#include <memory>
 
 #include "mainwnd/dlgftpmainwnd.h"
 #include "res/resources.h"
@@ -20,14 +19,14 @@ CFtpListzn::~CFtpListzn() = default;
 
 bool CFtpListzn::Create(wxWindow* parent, wxWindowID id, const wxPoint& pos, const wxSize& size) {
   if (!wxListCtrl::Create(parent, id, pos, size, wxLC_REPORT | wxLC_VIRTUAL | wxBORDER_SUNKEN)) return false;
-    // The generic list takes its mouse input in its inner rows window (not
-    // in the header), so a double click is caught there and hit-tested in
-    // that window's coordinates, which are the ones HitTest expects.
 #if (defined(__WXMSW__) || defined(__WXQT__)) && !defined(__WXUNIVERSAL__)
   Bind(wxEVT_LEFT_DCLICK, &CFtpListzn::OnMouseDoubleClick, this);
 #else
-  // The rows window is only declared in a private header; it is a plain
-  // wxWindow, found among the children by its address.
+  // The generic list takes its mouse input in its inner rows window, not in
+  // the header: a double click is caught there and hit-tested in that
+  // window's coordinates, the ones HitTest expects. The rows window is only
+  // declared in a private header; it is a plain wxWindow, found among the
+  // children by its address.
   for (wxWindow* child : GetChildren()) {
     if (static_cast<void*>(child) == static_cast<void*>(m_mainWin))
       child->Bind(wxEVT_LEFT_DCLICK, &CFtpListzn::OnMouseDoubleClick, this);
