@@ -151,6 +151,10 @@ int Load(const wxString& path, std::vector<CFtpSite>& sites, bool& missing) {
       std::fprintf(stderr, "ftpzn-sites: %s is not a site file\n", name.c_str());
       return kExitNotSiteFile;
     case ftpzn::SiteFileReport::damaged:
+      if (!report.endOfFile && report.stopOffset == 0) {
+        std::fprintf(stderr, "ftpzn-sites: cannot read %s: %s\n", name.c_str(), std::strerror(report.error));
+        return kExitRefused;
+      }
       std::fprintf(stderr, "ftpzn-sites: %s: stopped at record %zu (byte offset %llu): %s\n", name.c_str(),
                    report.records + 1, static_cast<unsigned long long>(report.stopOffset),
                    Describe(report).c_str());
