@@ -164,6 +164,14 @@ size_t CDlgConnect::ItemIndex(int listPosition) const {
   return static_cast<size_t>(reinterpret_cast<intptr_t>(m_listSites->GetClientData(listPosition)));
 }
 
+CFtpSite* CDlgConnect::RecordAt(int listPosition) {
+  // The first platform raised an invalid-argument error for an item that
+  // pointed past the collection; here the command is dropped instead, since
+  // nothing may bring the host down.
+  const size_t index = ItemIndex(listPosition);
+  return index < m_arrSites.size() ? &m_arrSites[index] : nullptr;
+}
+
 void CDlgConnect::SetItemIndex(int listPosition, size_t index) {
   m_listSites->SetClientData(listPosition, reinterpret_cast<void*>(static_cast<intptr_t>(index)));
 }
@@ -245,7 +253,9 @@ void CDlgConnect::OnInitDialog(wxInitDialogEvent&) {
 void CDlgConnect::SelectSite() {
   const int position = m_listSites->GetSelection();
   if (position == wxNOT_FOUND) return;
-  const CFtpSite& site = m_arrSites.at(ItemIndex(position));
+  const CFtpSite* record = RecordAt(position);
+  if (!record) return;
+  const CFtpSite& site = *record;
   m_bPassive = site.m_bPassive;
   m_nRetries = site.m_nRetries;
   m_nPort = site.m_nPort;
@@ -302,7 +312,9 @@ void CDlgConnect::OnSave(wxCommandEvent&) {
   const int position = m_listSites->GetSelection();
   if (position == wxNOT_FOUND) return;
   const size_t index = ItemIndex(position);
-  FillFromMembers(m_arrSites.at(index));
+  CFtpSite* record = RecordAt(position);
+  if (!record) return;
+  FillFromMembers(*record);
   // No check against the other names: renaming onto one is allowed.
   m_listSites->Delete(position);
   const int newPosition = InsertSorted(m_strProfileName);
@@ -316,6 +328,7 @@ void CDlgConnect::OnRemove(wxCommandEvent&) {
   const int position = m_listSites->GetSelection();
   if (position == wxNOT_FOUND) return;
   const size_t removed = ItemIndex(position);
+  if (!RecordAt(position)) return;
   m_listSites->Delete(position);
   ftpzn::RemoveSiteAt(m_arrSites, removed);
   // The list is ordered by name, the collection by file: re-point every item
@@ -344,9 +357,10 @@ void CDlgConnect::OnAnonymous(wxCommandEvent&) {
       UpdateData(false);
       return;
     }
-    const CFtpSite& site = m_arrSites.at(ItemIndex(position));
-    m_strLogin = site.m_strLogin;
-    m_strPassword = site.m_strPassword;
+    const CFtpSite* site = RecordAt(position);
+    if (!site) return;
+    m_strLogin = site->m_strLogin;
+    m_strPassword = site->m_strPassword;
     MaskPassword(true);
   }
   UpdateData(false);

@@ -89,6 +89,8 @@ class CDlgConnect : public wxDialog {
   // profile name, when the name is empty.
   bool RequireProfileName();
   size_t ItemIndex(int listPosition) const;
+  // The record an item points at, or null when its index is stale.
+  CFtpSite* RecordAt(int listPosition);
   void SetItemIndex(int listPosition, size_t index);
   // Inserts at the place the first platform's sorted list box chose:
   // ordered without regard to case.

@@ -161,26 +161,6 @@ TEST(SiteRecord, SerializesInWireOrderBothWays) {
   EXPECT_TRUE(in.IsBufferEmpty());
 }
 
-TEST(SiteRecord, DefaultsAndCopies) {
-  const CFtpSite fresh;
-  EXPECT_EQ(fresh.m_nRetries, 1);
-  EXPECT_EQ(fresh.m_nPort, 21);
-  EXPECT_EQ(fresh.m_nRetryDelay, 15);
-  EXPECT_EQ(fresh.m_nReserved, 0);
-  EXPECT_EQ(fresh.m_bPassive, 0);
-  EXPECT_TRUE(fresh.m_strHost.empty() && fresh.m_strProfileName.empty() && fresh.m_strPassword.empty());
-
-  const CFtpSite sample = SampleSite();
-  CFtpSite copy(sample);
-  EXPECT_EQ(copy, sample);
-  CFtpSite assigned;
-  assigned = sample;
-  EXPECT_EQ(assigned, sample);
-  CFtpSite& self = assigned;
-  assigned = self;
-  EXPECT_EQ(assigned, sample);
-}
-
 TEST(SiteRecord, RoundTripKeepsAllTwelveMembers) {
   CFtpSite site;
   site.m_strHost = "ftp.example.net";

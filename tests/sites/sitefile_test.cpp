@@ -256,15 +256,6 @@ TEST(SiteRules, FindAssignRemove) {
   ASSERT_EQ(sites.size(), 2u);
   EXPECT_EQ(sites[0].m_strProfileName, "home");
   EXPECT_THROW(RemoveSiteAt(sites, 2), std::out_of_range);
-
-  const CFtpSite builtIn = BuiltInSite();
-  EXPECT_EQ(builtIn.m_nPort, 21);
-  EXPECT_EQ(builtIn.m_nRetries, 3);
-  EXPECT_EQ(builtIn.m_nRetryDelay, 10);
-  EXPECT_EQ(builtIn.m_bPassive, 1);
-  EXPECT_EQ(builtIn.m_strLogin, builtIn.m_strPassword);
-  EXPECT_TRUE(builtIn.m_strInitialPath.StartsWith("/"));
-  EXPECT_TRUE(builtIn.m_strAccount.empty());
 }
 
 }  // namespace
