@@ -5,9 +5,7 @@
 #include <wx/button.h>
 #include <wx/checkbox.h>
 #include <wx/config.h>
-#include <wx/frame.h>
 #include <wx/listbox.h>
-#include <wx/menu.h>
 #include <wx/textctrl.h>
 #include <wx/uiaction.h>
 
@@ -15,7 +13,6 @@
 #include <functional>
 
 #include "gui_harness.h"
-#include "sites/bookmarkmenu.h"
 #include "sites/sitefile.h"
 
 namespace ftpzn::test {
@@ -331,24 +328,6 @@ TEST_F(DlgConnectTest, DoubleClickOnASiteConnects) {
   EXPECT_EQ(chosen.m_nPort, 2323);
   EXPECT_EQ(chosen.m_strHost, "only.example");
   EXPECT_TRUE(chosen.m_strAccount.empty()) << "the account is not taken over";
-}
-
-TEST(BookmarkMenu, SecondItemAppendsMoToPopupFive) {
-  wxFrame frame(nullptr, wxID_ANY, "bookmarks");
-  auto* bar = new wxMenuBar;
-  for (int i = 0; i < 5; ++i) bar->Append(new wxMenu, wxString::Format("M%d", i));
-  frame.SetMenuBar(bar);
-  AppendBookmarkItem(bar);  // only five popups: nothing to add to
-  EXPECT_EQ(bar->GetMenuCount(), 5u);
-  bar->Append(new wxMenu, "Bookmark");
-  AppendBookmarkItem(bar);
-  AppendBookmarkItem(bar);
-  wxMenu* popup = bar->GetMenu(5);
-  ASSERT_EQ(popup->GetMenuItemCount(), 2u);
-  for (wxMenuItem* item : popup->GetMenuItems()) {
-    EXPECT_EQ(item->GetId(), 100);
-    EXPECT_EQ(item->GetItemLabelText(), "MO");
-  }
 }
 
 }  // namespace
