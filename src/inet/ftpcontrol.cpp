@@ -2,6 +2,7 @@
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
+#include <poll.h>
 
 #include <algorithm>
 #include <cctype>
@@ -304,11 +305,28 @@ void FtpControl::FinishTransfer() {
 void FtpControl::AbandonTransfer() {
   if (m_transferEnded || !m_stream) return;
   try {
-    FtpReply reply = ReadReply();
-    for (int i = 0; i < 8 && reply.Preliminary(); ++i) reply = ReadReply();
+    // Some servers (pure-ftpd) do not notice a data connection closed under
+    // them and would wait forever: ABOR tells them. Replies differ: vsftpd
+    // and proftpd end the transfer (426) and then answer ABOR (225/226);
+    // pure-ftpd answers ABOR alone; a transfer that had finished ends with
+    // 226 before ABOR's answer.
+    Send("ABOR");
+    auto finalReply = [&] {
+      FtpReply reply = ReadReply();
+      for (int i = 0; i < 8 && reply.Preliminary(); ++i) reply = ReadReply();
+      return reply;
+    };
+    FtpReply first = finalReply();
+    if (first.Class() != 2 || ReplyPending(kAbortGraceMs)) finalReply();
   } catch (const NetError&) {
     // Dropped already; nothing else to clean up.
   }
+}
+
+bool FtpControl::ReplyPending(int ms) {
+  if (m_reader->HasBuffered()) return true;
+  pollfd p{m_stream->NativeHandle(), POLLIN, 0};
+  return ::poll(&p, 1, ms) > 0;
 }
 
 void FtpControl::Quit() {

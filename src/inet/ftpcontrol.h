@@ -66,7 +66,12 @@ class FtpControl {
   enum class PassiveCommand { Epsv, Pasv };
   enum class ActiveCommand { Eprt, Port };
 
+  // How long a second reply to ABOR may take to show up when the first
+  // one could have been either.
+  static constexpr int kAbortGraceMs = 300;
+
   void Send(const std::string& line);
+  bool ReplyPending(int ms);
   FtpReply ReadReply();
   void Drop();
   void Login(const std::string& user, const std::string& password);
