@@ -30,9 +30,9 @@ std::string Upper(std::string s) {
   return s;
 }
 
-bool IsPrivateOrLocal(const uint8_t a[4]) {
-  return a[0] == 0 || a[0] == 10 || a[0] == 127 || (a[0] == 172 && (a[1] & 0xF0) == 16) ||
-         (a[0] == 192 && a[1] == 168) || (a[0] == 169 && a[1] == 254) || (a[0] == 100 && (a[1] & 0xC0) == 64);
+bool IsPrivate(const uint8_t a[4]) {
+  return a[0] == 10 || (a[0] == 172 && (a[1] & 0xF0) == 16) || (a[0] == 192 && a[1] == 168) ||
+         (a[0] == 169 && a[1] == 254) || (a[0] == 100 && (a[1] & 0xC0) == 64);
 }
 
 }  // namespace
@@ -90,10 +90,11 @@ bool IsUnroutableFor(const uint8_t address[4], const SocketAddress& peer) {
   uint8_t p[4];
   std::memcpy(p, &reinterpret_cast<const sockaddr_in&>(peer.storage).sin_addr, 4);
   if (std::memcmp(p, address, 4) == 0) return false;
-  // A server behind NAT names its inside address; a server on this host or
-  // inside the same private network is reachable at what it says.
-  if (address[0] == 127) return p[0] != 127;
-  return IsPrivateOrLocal(address) && !IsPrivateOrLocal(p);
+  // A server behind NAT names its inside address, and one on this host may
+  // name any of its own: the address the client reached it at is the one
+  // that works. Inside the same private network the server's word holds.
+  if (p[0] == 127 || address[0] == 127) return true;
+  return IsPrivate(address) && !IsPrivate(p);
 }
 
 FtpControl::~FtpControl() = default;
