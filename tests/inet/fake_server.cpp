@@ -1,0 +1,231 @@
+#include "fake_server.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstring>
+
+namespace ftpzn::inet::fake {
+
+namespace {
+
+constexpr int kWaitMs = 5000;  // the longest the server waits for anything
+
+int Listen() {
+  int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_in a{};
+  a.sin_family = AF_INET;
+  a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  int one = 1;
+  setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &one, sizeof one);
+  if (bind(fd, reinterpret_cast<sockaddr*>(&a), sizeof a) != 0 || listen(fd, 4) != 0) {
+    close(fd);
+    return -1;
+  }
+  return fd;
+}
+
+uint16_t PortOf(int fd) {
+  sockaddr_in a{};
+  socklen_t len = sizeof a;
+  getsockname(fd, reinterpret_cast<sockaddr*>(&a), &len);
+  return ntohs(a.sin_port);
+}
+
+bool WaitIn(int fd, int ms) {
+  pollfd p{fd, POLLIN, 0};
+  return poll(&p, 1, ms) > 0;
+}
+
+int AcceptOne(int listener) {
+  if (!WaitIn(listener, kWaitMs)) return -1;
+  return accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
+}
+
+bool SendAll(int fd, const std::string& bytes, size_t pieceSize) {
+  size_t step = pieceSize ? pieceSize : bytes.size();
+  for (size_t at = 0; at < bytes.size(); at += step) {
+    size_t n = std::min(step, bytes.size() - at);
+    if (send(fd, bytes.data() + at, n, MSG_NOSIGNAL) != static_cast<ssize_t>(n)) return false;
+    // Separate pieces reach the client as separate reads.
+    if (pieceSize) std::this_thread::sleep_for(std::chrono::milliseconds(2));
+  }
+  return true;
+}
+
+void Replace(std::string& s, const std::string& from, const std::string& to) {
+  for (size_t at = s.find(from); at != std::string::npos; at = s.find(from, at + to.size())) {
+    s.replace(at, from.size(), to);
+  }
+}
+
+}  // namespace
+
+Step Greet(std::string reply) {
+  Step s;
+  s.reply = std::move(reply);
+  return s;
+}
+
+Step On(std::string expect, std::string reply) {
+  Step s;
+  s.expect = std::move(expect);
+  s.reply = std::move(reply);
+  return s;
+}
+
+std::vector<Step> Login() {
+  return {Greet("220 fake ready\r\n"), On("USER", "331 password please\r\n"), On("PASS", "230 in\r\n"),
+          On("FEAT", "500 no FEAT here\r\n")};
+}
+
+FakeServer::FakeServer(std::vector<Step> script) : m_script(std::move(script)) {
+  m_listener = Listen();
+  m_port = m_listener >= 0 ? PortOf(m_listener) : 0;
+  m_thread = std::thread([this] { Run(); });
+}
+
+FakeServer::~FakeServer() {
+  m_stop = true;
+  if (m_thread.joinable()) m_thread.join();
+  if (m_listener >= 0) close(m_listener);
+  if (m_dataListener >= 0) close(m_dataListener);
+}
+
+void FakeServer::Finish() {
+  if (m_thread.joinable()) m_thread.join();
+}
+
+std::vector<std::string> FakeServer::Received() {
+  std::lock_guard lock(m_mutex);
+  return m_received;
+}
+
+std::string FakeServer::Problem() {
+  std::lock_guard lock(m_mutex);
+  return m_problem;
+}
+
+void FakeServer::Note(const std::string& problem) {
+  std::lock_guard lock(m_mutex);
+  if (m_problem.empty()) m_problem = problem;
+}
+
+void FakeServer::Run() {
+  if (m_listener < 0) {
+    Note("cannot listen");
+    return;
+  }
+  int control = AcceptOne(m_listener);
+  if (control < 0) {
+    Note("the client never connected");
+    return;
+  }
+  Serve(control);
+  close(control);
+}
+
+void FakeServer::Serve(int control) {
+  std::string buffer;
+  // One command line, or false when the client closed or stayed silent.
+  auto readLine = [&](std::string& line) {
+    for (int guard = 0; guard < 10000; ++guard) {
+      size_t lf = buffer.find("\r\n");
+      if (lf != std::string::npos) {
+        line = buffer.substr(0, lf);
+        buffer.erase(0, lf + 2);
+        std::lock_guard lock(m_mutex);
+        m_received.push_back(line);
+        return true;
+      }
+      if (m_stop || !WaitIn(control, kWaitMs)) return false;
+      char chunk[512];
+      ssize_t n = recv(control, chunk, sizeof chunk, 0);
+      if (n <= 0) return false;
+      buffer.append(chunk, static_cast<size_t>(n));
+    }
+    return false;
+  };
+
+  for (const Step& step : m_script) {
+    std::string line;
+    if (!step.expect.empty()) {
+      if (!readLine(line)) {
+        Note("expected \"" + step.expect + "\", the client sent nothing more");
+        return;
+      }
+      if (line.compare(0, step.expect.size(), step.expect) != 0) {
+        Note("expected \"" + step.expect + "\", got \"" + line + "\"");
+        SendAll(control, "500 unexpected\r\n", 0);
+        return;
+      }
+    }
+    if (line.rfind("PORT ", 0) == 0) {
+      unsigned h[4], p[2];
+      if (sscanf(line.c_str() + 5, "%u,%u,%u,%u,%u,%u", &h[0], &h[1], &h[2], &h[3], &p[0], &p[1]) == 6) {
+        m_activeTarget = std::to_string(h[0]) + "." + std::to_string(h[1]) + "." + std::to_string(h[2]) +
+                         "." + std::to_string(h[3]) + " " + std::to_string(p[0] * 256 + p[1]);
+      }
+    }
+    if (step.openData && m_dataListener < 0) m_dataListener = Listen();
+    switch (step.action) {
+      case Step::Action::Silence:
+        // Say nothing until the client gives up (bounded).
+        for (int i = 0; i < 40 && !m_stop && WaitIn(control, 250) == false; ++i) {
+        }
+        return;
+      case Step::Action::Close:
+        if (!step.reply.empty()) SendAll(control, step.reply, step.pieceSize);
+        return;
+      case Step::Action::Reply:
+        break;
+    }
+    std::string reply = step.reply;
+    if (m_dataListener >= 0) {
+      uint16_t port = PortOf(m_dataListener);
+      Replace(reply, "{P1}", std::to_string(port >> 8));
+      Replace(reply, "{P2}", std::to_string(port & 0xFF));
+      Replace(reply, "{PORT}", std::to_string(port));
+    }
+    if (!SendAll(control, reply, step.pieceSize)) return;
+    if (step.sendData) {
+      int data = -1;
+      if (!m_activeTarget.empty()) {
+        data = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        sockaddr_in a{};
+        a.sin_family = AF_INET;
+        inet_pton(AF_INET, m_activeTarget.substr(0, m_activeTarget.find(' ')).c_str(), &a.sin_addr);
+        a.sin_port =
+            htons(static_cast<uint16_t>(std::stoi(m_activeTarget.substr(m_activeTarget.find(' ') + 1))));
+        if (connect(data, reinterpret_cast<sockaddr*>(&a), sizeof a) != 0) {
+          close(data);
+          data = -1;
+        }
+      } else if (m_dataListener >= 0) {
+        data = AcceptOne(m_dataListener);
+      }
+      if (data < 0) {
+        Note("no data connection for \"" + line + "\"");
+        return;
+      }
+      SendAll(data, step.data, 0);
+      close(data);
+      if (step.closeAfterData) return;
+      if (!step.afterData.empty() && !SendAll(control, step.afterData, 0)) return;
+    }
+  }
+  // Script done: answer QUIT, refuse the rest, until the client leaves.
+  std::string line;
+  for (int i = 0; i < 100 && readLine(line); ++i) {
+    bool quit = line.rfind("QUIT", 0) == 0;
+    SendAll(control, quit ? "221 bye\r\n" : "502 not in the script\r\n", 0);
+    if (quit) return;
+  }
+}
+
+}  // namespace ftpzn::inet::fake

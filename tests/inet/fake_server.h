@@ -1,0 +1,72 @@
+// A scripted FTP server for faults real servers do not produce. Each step
+// names the command the client must send next and what the server does:
+// reply (optionally in small pieces), stay silent, close, or send half a
+// line and close. Runs on 127.0.0.1 in a thread of its own; every wait in
+// it is bounded.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace ftpzn::inet::fake {
+
+struct Step {
+  enum class Action { Reply, Silence, Close };
+  // Prefix of the command the client must send; empty: act without waiting
+  // for one (the greeting).
+  std::string expect;
+  Action action = Action::Reply;
+  // Raw bytes sent (line ends included). "{P1},{P2}" and "{PORT}" name the
+  // data listener's port, which exists from a step with `openData` on.
+  std::string reply;
+  size_t pieceSize = 0;  // send the reply in pieces of this many bytes
+  bool openData = false;
+  // After the reply: accept the client's data connection (passive) or
+  // connect to the address of its PORT/EPRT (active), send this, close it.
+  bool sendData = false;
+  std::string data;
+  // After `data`, close the control connection too (no end reply).
+  bool closeAfterData = false;
+  // Then send this reply (the end of the transfer) unless closed.
+  std::string afterData;
+};
+
+Step Greet(std::string reply);
+Step On(std::string expect, std::string reply);
+// The usual login: greeting, USER, PASS, FEAT (no features), TYPE I.
+std::vector<Step> Login();
+
+class FakeServer {
+ public:
+  explicit FakeServer(std::vector<Step> script);
+  ~FakeServer();
+  uint16_t Port() const { return m_port; }
+  // Commands received so far, in order.
+  std::vector<std::string> Received();
+  // Waits (bounded) until the script has run out or the client left.
+  void Finish();
+  // A step that went wrong (unexpected command, data not accepted...).
+  std::string Problem();
+
+ private:
+  void Run();
+  void Serve(int control);
+  void Note(const std::string& problem);
+
+  std::vector<Step> m_script;
+  int m_listener = -1;
+  int m_dataListener = -1;
+  uint16_t m_port = 0;
+  std::atomic<bool> m_stop{false};
+  std::mutex m_mutex;
+  std::vector<std::string> m_received;
+  std::string m_problem;
+  std::string m_activeTarget;  // "host port" from PORT/EPRT
+  std::thread m_thread;
+};
+
+}  // namespace ftpzn::inet::fake

@@ -1,0 +1,320 @@
+// Faults against the scripted server: each test asserts the commands the
+// client sent and the error it reported.
+#include "fake_server.h"
+
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <chrono>
+
+#include "inet/inet.h"
+#include "inet/wirename.h"
+
+namespace ftpzn::inet {
+namespace {
+
+using fake::FakeServer;
+using fake::Greet;
+using fake::On;
+using fake::Step;
+
+std::vector<Step> Plus(std::vector<Step> a, const std::vector<Step>& b) {
+  a.insert(a.end(), b.begin(), b.end());
+  return a;
+}
+
+Step CloseWith(std::string bytes, std::string expect = {}) {
+  Step s;
+  s.expect = std::move(expect);
+  s.action = Step::Action::Close;
+  s.reply = std::move(bytes);
+  return s;
+}
+
+Step Silence(std::string expect = {}) {
+  Step s;
+  s.expect = std::move(expect);
+  s.action = Step::Action::Silence;
+  return s;
+}
+
+// A transfer command answered with 150, `data` on the data connection,
+// then `end` (or a closed control connection when `end` is empty).
+Step Transfer(std::string expect, std::string data, std::string end = "226 done\r\n") {
+  Step s = On(std::move(expect), "150 here it comes\r\n");
+  s.sendData = true;
+  s.data = std::move(data);
+  s.afterData = end;
+  s.closeAfterData = end.empty();
+  return s;
+}
+
+Step Epsv() {
+  Step s = On("EPSV", "229 Entering Extended Passive Mode (|||{PORT}|)\r\n");
+  s.openData = true;
+  return s;
+}
+
+Step Pasv(std::string reply = "227 Entering Passive Mode (127,0,0,1,{P1},{P2})\r\n") {
+  Step s = On("PASV", std::move(reply));
+  s.openData = true;
+  return s;
+}
+
+class FakeServerTest : public ::testing::Test {
+ protected:
+  std::unique_ptr<CFtpConnection> Connect(FakeServer& server, bool passive = true) {
+    return m_session.GetFtpConnection(L"127.0.0.1", L"user", L"secret", server.Port(), passive);
+  }
+  // The code of the exception GetFtpConnection throws, 0 if it succeeds.
+  uint32_t ConnectError(FakeServer& server) {
+    try {
+      Connect(server);
+    } catch (const CInternetException& e) {
+      return e.m_dwError;
+    }
+    return 0;
+  }
+  void SetTimeouts(uint32_t ms) {
+    m_session.SetOption(INTERNET_OPTION_CONNECT_TIMEOUT, ms);
+    m_session.SetOption(INTERNET_OPTION_RECEIVE_TIMEOUT, ms);
+    m_session.SetOption(INTERNET_OPTION_SEND_TIMEOUT, ms);
+  }
+  void SetUp() override { SetTimeouts(3000); }
+
+  CInternetSession m_session;
+};
+
+TEST_F(FakeServerTest, MultiLineAndSplitReplies) {
+  Step greeting = Greet(
+      "220-Welcome\r\n"
+      "220-a line with 220 inside\r\n"
+      "123 looks like an end but is not\r\n"
+      "220\r\n");
+  greeting.pieceSize = 1;  // every byte its own read
+  Step feat = On("FEAT", "211-Features:\r\n MLST type*;size*;modify*;\r\n UTF8\r\n EPSV\r\n211 End\r\n");
+  feat.pieceSize = 7;
+  Step pwd = On("PWD", "257 \"/with \"\"quotes\"\"\" is current\r\n");
+  pwd.pieceSize = 5;
+  FakeServer server({greeting, On("USER", "331 pw\r\n"), On("PASS", "230-Hello\r\n230 logged in\r\n"), feat,
+                     On("OPTS UTF8 ON", "200 ok\r\n"), pwd});
+  auto c = Connect(server);
+  std::wstring dir;
+  ASSERT_TRUE(c->GetCurrentDirectory(dir)) << WideToWire(InternetGetLastResponseInfo());
+  EXPECT_EQ(dir, L"/with \"quotes\"");
+  EXPECT_TRUE(c->UsesMlsd());
+  c->Close();
+  server.Finish();
+  EXPECT_EQ(server.Problem(), "");
+  EXPECT_EQ(server.Received(),
+            (std::vector<std::string>{"USER user", "PASS secret", "FEAT", "OPTS UTF8 ON", "PWD", "QUIT"}));
+}
+
+TEST_F(FakeServerTest, ReplyCutInTheMiddle) {
+  FakeServer server({Greet("220 hi\r\n"), CloseWith("331 Passw", "USER")});
+  EXPECT_EQ(ConnectError(server), 12030u);
+  EXPECT_NE(InternetGetLastResponseInfo().find(L"middle of a reply"), std::wstring::npos);
+}
+
+TEST_F(FakeServerTest, SilentServerTimesOutWithinTheLimit) {
+  SetTimeouts(400);
+  for (bool atGreeting : {true, false}) {
+    SCOPED_TRACE(atGreeting ? "silent greeting" : "silent after USER");
+    std::vector<Step> script =
+        atGreeting ? std::vector<Step>{Silence()} : std::vector<Step>{Greet("220 hi\r\n"), Silence("USER")};
+    FakeServer server(script);
+    auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(ConnectError(server), 12002u);
+    auto elapsed = std::chrono::steady_clock::now() - start;
+    // Not a performance figure: a hang would show as the 5 s of the
+    // server's own bound, or forever.
+    EXPECT_GE(elapsed, std::chrono::milliseconds(350));
+    EXPECT_LT(elapsed, std::chrono::milliseconds(2500));
+    EXPECT_NE(InternetGetLastResponseInfo().find(L"timed out"), std::wstring::npos);
+  }
+}
+
+TEST_F(FakeServerTest, SilentDuringCommandDropsTheConnection) {
+  SetTimeouts(300);
+  FakeServer server(Plus(fake::Login(), {Silence("PWD")}));
+  auto c = Connect(server);
+  std::wstring dir;
+  EXPECT_FALSE(c->GetCurrentDirectory(dir));
+  EXPECT_EQ(GetLastError(), 12002u);
+  // A late reply could not be told from the next one's: the connection is
+  // given up.
+  EXPECT_FALSE(c->SetCurrentDirectory(L"/"));
+  EXPECT_EQ(GetLastError(), 12111u);
+}
+
+TEST_F(FakeServerTest, CloseDuringTransfer) {
+  FakeServer server(Plus(fake::Login(), {On("TYPE I", "200 ok\r\n"), On("EPSV", "500 no\r\n"), Pasv(),
+                                         Transfer("RETR big", std::string(100000, 'x'), "")}));
+  auto c = Connect(server);
+  auto file = c->OpenFile(L"big");
+  std::string got;
+  char block[4096];
+  try {
+    for (int i = 0; i < 1000; ++i) {
+      uint32_t n = file->Read(block, sizeof block);
+      if (n == 0) break;
+      got.append(block, n);
+    }
+    FAIL() << "a transfer without its end reply succeeded";
+  } catch (const CInternetException& e) {
+    EXPECT_EQ(e.m_dwError, 12030u);
+  }
+  EXPECT_EQ(got.size(), 100000u);  // what came before the end is delivered
+  file->Close();
+  std::wstring dir;
+  EXPECT_FALSE(c->GetCurrentDirectory(dir));
+  EXPECT_EQ(GetLastError(), 12111u);
+}
+
+TEST_F(FakeServerTest, ServiceClosing421InAnyState) {
+  {
+    FakeServer server({CloseWith("421 Too many users, try later\r\n")});
+    EXPECT_EQ(ConnectError(server), 12030u);
+    EXPECT_EQ(InternetGetLastResponseInfo(), L"421 Too many users, try later");
+  }
+  {
+    FakeServer server(Plus(fake::Login(), {On("CWD", "421 Idle timeout\r\n")}));
+    auto c = Connect(server);
+    EXPECT_FALSE(c->SetCurrentDirectory(L"pub"));
+    EXPECT_EQ(GetLastError(), 12030u);
+    EXPECT_EQ(InternetGetLastResponseInfo(), L"421 Idle timeout");
+    EXPECT_FALSE(c->SetCurrentDirectory(L"pub"));
+    EXPECT_EQ(GetLastError(), 12111u);
+  }
+}
+
+TEST_F(FakeServerTest, LoginRefused) {
+  {
+    FakeServer server(
+        {Greet("220 hi\r\n"), On("USER", "331 pw\r\n"), On("PASS", "530 Login incorrect.\r\n")});
+    EXPECT_EQ(ConnectError(server), 12014u);
+    EXPECT_EQ(InternetGetLastResponseInfo(), L"530 Login incorrect.");
+  }
+  {
+    FakeServer server({Greet("220 hi\r\n"), On("USER", "530 Not allowed\r\n")});
+    EXPECT_EQ(ConnectError(server), 12013u);
+  }
+  {
+    FakeServer server({Greet("220 hi\r\n"), On("USER", "331 pw\r\n"), On("PASS", "332 Need account\r\n")});
+    EXPECT_EQ(ConnectError(server), 12015u);
+  }
+  {
+    FakeServer server({CloseWith("550 go away\r\n")});
+    EXPECT_EQ(ConnectError(server), 12015u);
+  }
+}
+
+TEST_F(FakeServerTest, EpsvRefusedThenUnroutablePasv) {
+  const std::string listing =
+      "-rw-r--r--   1 ftp ftp   1234 Jan 10  2020 a file.txt\r\n"
+      "drwxr-xr-x   2 ftp ftp   4096 Jan 10  2020 sub\r\n";
+  FakeServer server(Plus(
+      fake::Login(), {On("TYPE A", "200 ok\r\n"), On("EPSV", "502 EPSV not implemented\r\n"),
+                      Pasv("227 Entering Passive Mode (10,1,2,3,{P1},{P2}).\r\n"), Transfer("LIST", listing),
+                      // The fallback is remembered: no second EPSV.
+                      Pasv("227 =0,0,0,0,{P1},{P2}\r\n"), Transfer("LIST", listing)}));
+  auto c = Connect(server);
+  for (int round = 0; round < 2; ++round) {
+    CFtpFileFind find(c.get());
+    ASSERT_TRUE(find.FindFile()) << WideToWire(InternetGetLastResponseInfo());
+    EXPECT_TRUE(find.FindNextFile());
+    EXPECT_EQ(find.GetFileName(), L"a file.txt");
+    EXPECT_EQ(find.GetLength(), 1234u);
+    EXPECT_FALSE(find.FindNextFile());
+    EXPECT_EQ(find.GetFileName(), L"sub");
+    EXPECT_TRUE(find.IsDirectory());
+    EXPECT_TRUE(find.MatchesMask(FILE_ATTRIBUTE_DIRECTORY));
+  }
+  c->Close();
+  server.Finish();
+  EXPECT_EQ(server.Problem(), "");
+  EXPECT_EQ(server.Received(), (std::vector<std::string>{"USER user", "PASS secret", "FEAT", "TYPE A", "EPSV",
+                                                         "PASV", "LIST", "PASV", "LIST", "QUIT"}));
+}
+
+TEST_F(FakeServerTest, ActiveFallsBackFromEprtToPort) {
+  Step port = On("PORT 127,0,0,1,", "200 ok\r\n");
+  FakeServer server(Plus(fake::Login(), {On("TYPE I", "200 ok\r\n"), On("EPRT |1|127.0.0.1|", "500 what\r\n"),
+                                         port, Transfer("RETR f", "active bytes")}));
+  auto c = Connect(server, false);
+  auto file = c->OpenFile(L"f");
+  char buf[64];
+  uint32_t n = file->Read(buf, sizeof buf);
+  EXPECT_EQ(std::string(buf, n), "active bytes");
+  EXPECT_EQ(file->Read(buf, sizeof buf), 0u);
+  file->Close();
+  EXPECT_EQ(GetLastError(), 0u);
+  c->Close();
+  server.Finish();
+  EXPECT_EQ(server.Problem(), "");
+}
+
+TEST_F(FakeServerTest, HostileRepliesEndInErrorsNotHangs) {
+  std::string longLine = "220 " + std::string(100000, 'a') + "\r\n";
+  std::string manyLines = "220-start\r\n";
+  for (int i = 0; i < 5000; ++i) manyLines += " more\r\n";
+  std::string withNul = std::string("220 nul\0here\r\n", 14);
+  for (const std::string& greeting : {longLine, manyLines, withNul, std::string("hello there\r\n")}) {
+    FakeServer server({CloseWith(greeting)});
+    EXPECT_EQ(ConnectError(server), 12030u) << greeting.substr(0, 20);
+    EXPECT_NE(InternetGetLastResponseInfo().find(L"invalid reply"), std::wstring::npos);
+  }
+}
+
+TEST_F(FakeServerTest, NamesAreBytesOnTheWire) {
+  // Latin-1 bytes from a server that does not speak UTF-8 round-trip.
+  const std::string latin1 = "caf\xe9.txt";
+  FakeServer server(
+      Plus(fake::Login(), {On("TYPE A", "200 ok\r\n"), Epsv(),
+                           Transfer("LIST", "-rw-r--r-- 1 a a 5 Jan 10 2020 " + latin1 + "\r\n"),
+                           On("DELE " + latin1, "250 gone\r\n")}));
+  auto c = Connect(server);
+  CFtpFileFind find(c.get());
+  ASSERT_TRUE(find.FindFile()) << WideToWire(InternetGetLastResponseInfo());
+  find.FindNextFile();
+  std::wstring name = find.GetFileName();
+  EXPECT_EQ(name, std::wstring(L"caf") + wchar_t(0xDC80 + 0xE9) + L".txt");
+  find.Close();
+  EXPECT_TRUE(c->Remove(name)) << WideToWire(InternetGetLastResponseInfo());
+  c->Close();
+  server.Finish();
+  EXPECT_EQ(server.Problem(), "");
+}
+
+TEST_F(FakeServerTest, RefusedConnectionAndUnknownHost) {
+  // A port that was free a moment ago: nothing listens there.
+  int fd = socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in a{};
+  a.sin_family = AF_INET;
+  a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  socklen_t len = sizeof a;
+  ASSERT_EQ(bind(fd, reinterpret_cast<sockaddr*>(&a), sizeof a), 0);
+  getsockname(fd, reinterpret_cast<sockaddr*>(&a), &len);
+  close(fd);
+  uint16_t port = ntohs(a.sin_port);
+  try {
+    m_session.GetFtpConnection(L"127.0.0.1", L"u", L"p", port, true);
+    FAIL();
+  } catch (const CInternetException& e) {
+    EXPECT_EQ(e.m_dwError, 12029u);
+    EXPECT_EQ(InternetGetLastResponseInfo(),
+              L"connect to 127.0.0.1 port " + std::to_wstring(port) + L": Connection refused");
+  }
+  try {
+    m_session.GetFtpConnection(L"no-such-host.invalid", L"u", L"p", 21, true);
+    FAIL();
+  } catch (const CInternetException& e) {
+    EXPECT_EQ(e.m_dwError, 12007u);
+  }
+}
+
+}  // namespace
+}  // namespace ftpzn::inet
