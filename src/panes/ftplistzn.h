@@ -14,6 +14,10 @@
 #include "panes/localfs.h"
 
 class CDlgFTPMainWnd;
+namespace ftpzn::inet {
+class CFtpConnection;
+class CFtpFileFind;
+}  // namespace ftpzn::inet
 
 // The row record of either pane, known by this name module-wide.
 using ftpzn::FileListItem;
@@ -164,6 +168,64 @@ class CFtpListzn1Local : public CFtpListzn {
   wxDECLARE_EVENT_TABLE();
 };
 
-// The right pane: one directory of the FTP server. Until its own commands
-// land it has the base behaviour only.
-class CFtpListzn1Remote : public CFtpListzn {};
+// Commands of the "Remote" menu, handled by the remote pane.
+enum RemotePaneCommand : int {
+  ID_REMOTE_REFRESH = 9107,
+  ID_REMOTE_UP_DIRECTORY = 9108,
+  ID_REMOTE_CHANGE_DIRECTORY = 9109,
+  ID_REMOTE_NEW_DIRECTORY = 9110,
+  ID_REMOTE_DELETE_DIRECTORY = 9111,
+  ID_REMOTE_SAVE_LIST = 9113,
+  ID_REMOTE_DELETE_FILE = 9126,
+  ID_REMOTE_DELETE = 9127,
+  ID_REMOTE_DELETE_RECURSIVE = 9128,
+};
+
+// The right pane: one directory of the FTP server, reached over the main
+// window's connection. Every listing enumerates the server's current
+// directory, and names are given to the server relative to it.
+class CFtpListzn1Remote : public CFtpListzn {
+ public:
+  bool Create(wxWindow* parent, wxWindowID id, const wxPoint& pos, const wxSize& size);
+
+  // Lists the server's directory after asking it to change to `path` (when
+  // not empty; the answer is not checked). 0 when nothing could be listed:
+  // the rows then stay. The current directory text is left alone.
+  int FillDirectory(const wxString& path, ftpzn::inet::CFtpConnection* connection, bool update);
+  void RefreshList();
+  int UpdatePathDisplay();
+  int GoUpDirectory() override;
+  int OpenItem(int row) override;
+  // The first row whose name equals `name` in any case, or -1.
+  int FindItemByName(const wxString& name) const;
+  // Empties and removes a server directory, sub-directories after the
+  // enumeration that found them is closed. 1 on success, 0 at the first
+  // failure, which it does not report.
+  int DeleteRemoteTree(const wxString& path);
+  // What a drop of desktop files does: it reads the dropped folders and
+  // sends nothing; uploads go through the upload command.
+  void DropPaths(const wxArrayString& paths);
+
+  // The main window's connection, not owned; null before the first one.
+  // Whoever closes the connection sets it back to null.
+  ftpzn::inet::CFtpConnection* m_pConnection = nullptr;
+
+ private:
+  // Clears the list and shows what `find` finds, parent row first.
+  void ShowFound(ftpzn::inet::CFtpFileFind& find, bool found);
+  // Reads the server's directory into the current directory text; false
+  // when the server does not tell it.
+  bool ReadServerDirectory();
+  void DeleteSelection(int command);
+  void SaveList();
+
+  void OnRefresh(wxCommandEvent& event);
+  void OnUpDirectory(wxCommandEvent& event);
+  void OnChangeDirectory(wxCommandEvent& event);
+  void OnNewDirectory(wxCommandEvent& event);
+  void OnDelete(wxCommandEvent& event);
+  void OnSaveList(wxCommandEvent& event);
+  void OnContextMenu(wxContextMenuEvent& event);
+
+  wxDECLARE_EVENT_TABLE();
+};
