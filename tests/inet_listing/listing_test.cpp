@@ -166,6 +166,89 @@ const std::vector<Case>& UnixCases() {
   return cases;
 }
 
+// Lines GNU ls printed in each locale (LC_ALL=xx_XX.UTF-8 ls -l) on 21
+// November 2026: a file of 15 June that year, listed with its time, and one
+// of 5 December 2019, listed with its year.
+const std::vector<Case>& LocaleCases() {
+  static const std::vector<Case> cases = {
+      {"German: new 2026-06-15", "-rw-r--r-- 1 root root  0 15. Jun 09:07 new 2026-06-15 09:07", true,
+       "new 2026-06-15 09:07", Kind::File, 0, "2026-06-15 09:07:00"},
+      {"German: old 2019-12-05", "-rw-r--r-- 1 root root  0  5. Dez 2019  old 2019-12-05 00:00", true,
+       "old 2019-12-05 00:00", Kind::File, 0, "2019-12-05 00:00:00"},
+      {"French: new 2026-06-15", "-rw-r--r-- 1 root root  0 15 juin  09:07 new 2026-06-15 09:07", true,
+       "new 2026-06-15 09:07", Kind::File, 0, "2026-06-15 09:07:00"},
+      {"French: old 2019-12-05", "-rw-r--r-- 1 root root  0  5 déc.   2019 old 2019-12-05 00:00", true,
+       "old 2019-12-05 00:00", Kind::File, 0, "2019-12-05 00:00:00"},
+      {"Spanish: new 2026-06-15", "-rw-r--r-- 1 root root  0 jun 15 09:07 new 2026-06-15 09:07", true,
+       "new 2026-06-15 09:07", Kind::File, 0, "2026-06-15 09:07:00"},
+      {"Spanish: old 2019-12-05", "-rw-r--r-- 1 root root  0 dic  5  2019 old 2019-12-05 00:00", true,
+       "old 2019-12-05 00:00", Kind::File, 0, "2019-12-05 00:00:00"},
+      {"Italian: new 2026-06-15", "-rw-r--r-- 1 root root  0 15 giu 09.07 new 2026-06-15 09:07", true,
+       "new 2026-06-15 09:07", Kind::File, 0, "2026-06-15 09:07:00"},
+      {"Italian: old 2019-12-05", "-rw-r--r-- 1 root root  0  5 dic  2019 old 2019-12-05 00:00", true,
+       "old 2019-12-05 00:00", Kind::File, 0, "2019-12-05 00:00:00"},
+      {"Dutch: new 2026-06-15", "-rw-r--r-- 1 root root  0 15 jun 09:07 new 2026-06-15 09:07", true,
+       "new 2026-06-15 09:07", Kind::File, 0, "2026-06-15 09:07:00"},
+      {"Dutch: old 2019-12-05", "-rw-r--r-- 1 root root  0  5 dec  2019 old 2019-12-05 00:00", true,
+       "old 2019-12-05 00:00", Kind::File, 0, "2019-12-05 00:00:00"},
+      {"Swedish: new 2026-06-15", "-rw-r--r-- 1 root root  0 15 jun 09.07 new 2026-06-15 09:07", true,
+       "new 2026-06-15 09:07", Kind::File, 0, "2026-06-15 09:07:00"},
+      {"Swedish: old 2019-12-05", "-rw-r--r-- 1 root root  0  5 dec  2019 old 2019-12-05 00:00", true,
+       "old 2019-12-05 00:00", Kind::File, 0, "2019-12-05 00:00:00"},
+      {"Polish: new 2026-06-15", "-rw-r--r-- 1 root root  0 06-15 09:07 new 2026-06-15 09:07", true,
+       "new 2026-06-15 09:07", Kind::File, 0, "2026-06-15 09:07:00"},
+      {"Polish: old 2019-12-05", "-rw-r--r-- 1 root root  0 2019-12-05  old 2019-12-05 00:00", true,
+       "old 2019-12-05 00:00", Kind::File, 0, "2019-12-05 00:00:00"},
+      {"Russian: new 2026-06-15", "-rw-r--r-- 1 root root  0 июн 15 09:07 new 2026-06-15 09:07", true,
+       "new 2026-06-15 09:07", Kind::File, 0, "2026-06-15 09:07:00"},
+      {"Russian: old 2019-12-05", "-rw-r--r-- 1 root root  0 дек  5  2019 old 2019-12-05 00:00", true,
+       "old 2019-12-05 00:00", Kind::File, 0, "2019-12-05 00:00:00"},
+      {"Czech: new 2026-06-15", "-rw-r--r-- 1 root root  0 15.\u00A0čen 09.07 new 2026-06-15 09:07", true,
+       "new 2026-06-15 09:07", Kind::File, 0, "2026-06-15 09:07:00"},
+      {"Czech: old 2019-12-05", "-rw-r--r-- 1 root root  0  5.\u00A0pro  2019 old 2019-12-05 00:00", true,
+       "old 2019-12-05 00:00", Kind::File, 0, "2019-12-05 00:00:00"},
+      {"Hungarian: new 2026-06-15", "-rw-r--r-- 1 root root  0 jún   15 09.07 new 2026-06-15 09:07", true,
+       "new 2026-06-15 09:07", Kind::File, 0, "2026-06-15 09:07:00"},
+      {"Hungarian: old 2019-12-05", "-rw-r--r-- 1 root root  0 2019 dec    5 old 2019-12-05 00:00", true,
+       "old 2019-12-05 00:00", Kind::File, 0, "2019-12-05 00:00:00"},
+      {"Portuguese: new 2026-06-15", "-rw-r--r-- 1 root root  0 jun 15 09:07 new 2026-06-15 09:07", true,
+       "new 2026-06-15 09:07", Kind::File, 0, "2026-06-15 09:07:00"},
+      {"Portuguese: old 2019-12-05", "-rw-r--r-- 1 root root  0 dez  5  2019 old 2019-12-05 00:00", true,
+       "old 2019-12-05 00:00", Kind::File, 0, "2019-12-05 00:00:00"},
+      {"Norwegian: new 2026-06-15", "-rw-r--r-- 1 root root  0 juni  15 09:07 new 2026-06-15 09:07", true,
+       "new 2026-06-15 09:07", Kind::File, 0, "2026-06-15 09:07:00"},
+      {"Norwegian: old 2019-12-05", "-rw-r--r-- 1 root root  0 des.   5  2019 old 2019-12-05 00:00", true,
+       "old 2019-12-05 00:00", Kind::File, 0, "2019-12-05 00:00:00"},
+      {"Finnish: new 2026-06-15", "-rw-r--r-- 1 root root  0 15. 6. 09:07 new 2026-06-15 09:07", true,
+       "new 2026-06-15 09:07", Kind::File, 0, "2026-06-15 09:07:00"},
+      {"Finnish: old 2019-12-05", "-rw-r--r-- 1 root root  0  5.12.  2019 old 2019-12-05 00:00", true,
+       "old 2019-12-05 00:00", Kind::File, 0, "2019-12-05 00:00:00"},
+      {"Turkish: new 2026-06-15", "-rw-r--r-- 1 root root  0 Haz 15 09:07 new 2026-06-15 09:07", true,
+       "new 2026-06-15 09:07", Kind::File, 0, "2026-06-15 09:07:00"},
+      {"Turkish: old 2019-12-05", "-rw-r--r-- 1 root root  0 Ara  5  2019 old 2019-12-05 00:00", true,
+       "old 2019-12-05 00:00", Kind::File, 0, "2019-12-05 00:00:00"},
+      {"Japanese: new 2026-06-15", "-rw-r--r-- 1 root root  0  6月 15 09:07 new 2026-06-15 09:07", true,
+       "new 2026-06-15 09:07", Kind::File, 0, "2026-06-15 09:07:00"},
+      {"Japanese: old 2019-12-05", "-rw-r--r-- 1 root root  0 12月  5  2019 old 2019-12-05 00:00", true,
+       "old 2019-12-05 00:00", Kind::File, 0, "2019-12-05 00:00:00"},
+      {"Chinese: new 2026-06-15", "-rw-r--r-- 1 root root  0  6月15日 09:07 new 2026-06-15 09:07", true,
+       "new 2026-06-15 09:07", Kind::File, 0, "2026-06-15 09:07:00"},
+      {"Chinese: old 2019-12-05", "-rw-r--r-- 1 root root  0 2019年12月 5日 old 2019-12-05 00:00", true,
+       "old 2019-12-05 00:00", Kind::File, 0, "2019-12-05 00:00:00"},
+      {"Korean: new 2026-06-15", "-rw-r--r-- 1 root root  0  6월 15일  09:07 new 2026-06-15 09:07", true,
+       "new 2026-06-15 09:07", Kind::File, 0, "2026-06-15 09:07:00"},
+      {"Korean: old 2019-12-05", "-rw-r--r-- 1 root root  0 2019년 12월  5일 old 2019-12-05 00:00", true,
+       "old 2019-12-05 00:00", Kind::File, 0, "2019-12-05 00:00:00"},
+      {"Ukrainian: new 2026-06-15", "-rw-r--r-- 1 root root  0 чер 15 09:07 new 2026-06-15 09:07", true,
+       "new 2026-06-15 09:07", Kind::File, 0, "2026-06-15 09:07:00"},
+      {"Ukrainian: old 2019-12-05", "-rw-r--r-- 1 root root  0 гру  5  2019 old 2019-12-05 00:00", true,
+       "old 2019-12-05 00:00", Kind::File, 0, "2019-12-05 00:00:00"},
+  };
+  return cases;
+}
+
+const ListClock kLocaleClock{Utc("2026-11-21 12:00:00")};
+
 const std::vector<Case>& DosCases() {
   static const std::vector<Case> cases = {
       {"IIS directory", "01-10-24  12:00PM       <DIR>          name", true, "name", Kind::Directory, 0,
@@ -276,6 +359,13 @@ TEST(ListingParse, UnixLines) {
   }
 }
 
+TEST(ListingParse, LocalisedLsLines) {
+  for (const Case& c : LocaleCases()) {
+    FtpListEntry e;
+    CheckCase(c, ParseListLine(c.line, kLocaleClock, e), e);
+  }
+}
+
 TEST(ListingParse, DosLines) {
   for (const Case& c : DosCases()) {
     FtpListEntry e;
@@ -356,7 +446,7 @@ TEST(ListingParse, WholeListingInOneBuffer) {
 TEST(ListingParse, RandomDamageNeverCrashes) {
   std::mt19937 rng(20240615);
   std::vector<std::string> lines;
-  for (const auto* table : {&UnixCases(), &DosCases(), &OtherCases(), &MlsdCases()})
+  for (const auto* table : {&UnixCases(), &LocaleCases(), &DosCases(), &OtherCases(), &MlsdCases()})
     for (const Case& c : *table) lines.push_back(c.line);
   const char kNoise[] = {'\r', '\n', '\0', ' ', '\t', ',', ';', '=', '>', '\xD0', '\xC3', '9'};
   constexpr int kDamagesPerLine = 150;
