@@ -149,6 +149,16 @@ const std::vector<Case>& UnixCases() {
        "2024-05-10 12:00:00"},
       {"Japanese", "-rw-r--r-- 1 u g 10  1月 10 12:00 ファイル", true, "ファイル", Kind::File, 10,
        "2024-01-10 12:00:00"},
+      // As vsftpd, pure-ftpd and proftpd list them.
+      {"vsftpd: leading blank", "-rw-r--r--    1 65534    0               2 Nov 21 06:22  lead space", true,
+       " lead space", Kind::File, 2, "2024-11-21 06:22:00"},
+      {"vsftpd: zero-padded day", "-rw-r--r--    1 65534    0               0 Mar 04  2019 old.txt", true,
+       "old.txt", Kind::File, 0, "2019-03-04 00:00:00"},
+      {"pure-ftpd: 5 GB file", "-rw-r--r--    1 65534      0          5000000000 Nov 21 06:22 big.bin", true,
+       "big.bin", Kind::File, 5000000000ull, "2024-11-21 06:22:00"},
+      {"proftpd: symlink",
+       "lrwxrwxrwx   1 tester   0               9 Nov 21 06:22 link to plain -> plain.txt", true,
+       "link to plain", Kind::Link, 9, "2024-11-21 06:22:00", "plain.txt"},
       Reject("total line", "total 123"),
       Reject("empty", ""),
       Reject("no name", "-rw-r--r-- 1 u g 10 Jan 10 12:00"),
@@ -343,6 +353,23 @@ const std::vector<Case>& MlsdCases() {
       {"device type is a file", "type=OS.unix=chr-13/29; tty", true, "tty", Kind::File, 0, nullptr},
       {"CR at the end", "type=file;size=1; a\r", true, "a", Kind::File, 1, nullptr},
       {"size above 4 GiB", "type=file;size=8589934592; big", true, "big", Kind::File, 8589934592ull, nullptr},
+      {"pure-ftpd: slink with empty target",
+       "type=OS.unix=slink:;size=9;modify=20261121062252;UNIX.mode=0777;UNIX.uid=65534;UNIX.gid=0;unique="
+       "fe00ga729a1; "
+       "link to plain",
+       true, "link to plain", Kind::Link, 9, "2026-11-21 06:22:52"},
+      {"pure-ftpd: leading blank",
+       "type=file;size=2;modify=20261121062252;UNIX.mode=0644;UNIX.uid=65534;UNIX.gid=0;unique=fe00ga72961;  "
+       "lead space",
+       true, " lead space", Kind::File, 2, "2026-11-21 06:22:52"},
+      {"proftpd: symlink",
+       "modify=20261121062252;perm=adfrw;size=9;type=OS.unix=symlink;unique=FE00UA72951;UNIX.group=0;"
+       "UNIX.groupname=nogroup;UNIX.mode=0777;UNIX.owner=65534;UNIX.ownername=tester; link to plain",
+       true, "link to plain", Kind::Link, 9, "2026-11-21 06:22:52"},
+      {"proftpd: cdir",
+       "modify=20261121062253;perm=flcdmpe;type=cdir;unique=FE00UA72921;UNIX.group=0;UNIX.groupname=nogroup;"
+       "UNIX.mode=0755;UNIX.owner=65534;UNIX.ownername=tester; .",
+       true, ".", Kind::Directory, 0, "2026-11-21 06:22:53"},
       Reject("no name", "type=file;size=1;"),
       Reject("facts not closed", "type=file;size=1 x"),
       Reject("fact without value", "typefile; x"),
