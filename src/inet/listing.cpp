@@ -1,6 +1,7 @@
 // The dispatcher over the listing families, and the helpers they share.
 #include "inet/listing.h"
 
+#include <algorithm>
 #include <array>
 #include <ctime>
 #include <string>
@@ -42,8 +43,9 @@ namespace ftpzn::inet::listparse {
 
 bool IsBlank(char c) { return c == ' ' || c == '\t'; }
 
-std::vector<Token> Tokenize(std::string_view line, size_t maxTokens) {
-  std::vector<Token> tokens;
+TokenList Tokenize(std::string_view line, size_t maxTokens) {
+  TokenList tokens;
+  maxTokens = std::min(maxTokens, TokenList::kCapacity);
   size_t i = 0;
   while (i < line.size() && tokens.size() < maxTokens) {
     while (i < line.size() && IsBlank(line[i])) ++i;
@@ -57,7 +59,8 @@ std::vector<Token> Tokenize(std::string_view line, size_t maxTokens) {
 
 std::optional<std::string_view> StripLineEnd(std::string_view line) {
   while (!line.empty() && (line.back() == '\n' || line.back() == '\r')) line.remove_suffix(1);
-  if (line.find_first_of(std::string_view("\0\r\n", 3)) != std::string_view::npos) return std::nullopt;
+  for (char c : line)
+    if (c == '\0' || c == '\r' || c == '\n') return std::nullopt;
   return line;
 }
 
@@ -174,18 +177,19 @@ const std::unordered_map<std::string, int>& MonthWords() {
 int MonthFromName(std::string_view word) {
   if (!word.empty() && word.back() == '.') word.remove_suffix(1);
   if (word.empty() || word.size() > 12) return 0;
-  // "1月" .. "12月": Japanese, Chinese and Korean ("월") locales.
-  for (std::string_view suffix : {std::string_view("\xE6\x9C\x88"), std::string_view("\xEC\x9B\x94")}) {
-    if (word.size() > suffix.size() && word.ends_with(suffix)) {
+  // "1月" .. "12月": Japanese, Chinese and Korean ("월") locales. Every other
+  // month word starts with a letter, so the numeric columns stop here.
+  if (word[0] >= '0' && word[0] <= '9') {
+    for (std::string_view suffix : {std::string_view("\xE6\x9C\x88"), std::string_view("\xEC\x9B\x94")}) {
       int month = 0;
-      if (ParseInt(word.substr(0, word.size() - suffix.size()), month) && month >= 1 && month <= 12)
+      if (word.ends_with(suffix) && ParseInt(word.substr(0, word.size() - suffix.size()), month) &&
+          month >= 1 && month <= 12)
         return month;
-      return 0;
     }
+    return 0;
   }
-  std::string folded = FoldCase(word);
   const auto& words = MonthWords();
-  auto it = words.find(folded);
+  auto it = words.find(FoldCase(word));
   return it != words.end() ? it->second : 0;
 }
 

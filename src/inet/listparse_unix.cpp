@@ -78,7 +78,7 @@ bool ParseListTime(std::string_view t, TimeOfDay& time) {
 }
 
 // The time-or-year column after month and day.
-bool ParseTimeOrYear(const std::vector<Token>& tok, size_t at, DateMatch& m) {
+bool ParseTimeOrYear(const TokenList& tok, size_t at, DateMatch& m) {
   if (at >= tok.size()) return false;
   std::string_view t = tok[at].text;
   m.lastToken = at;
@@ -100,7 +100,7 @@ bool ParseTimeOrYear(const std::vector<Token>& tok, size_t at, DateMatch& m) {
 
 // "2024-01-10 12:00" (long-iso), "2024-01-10 12:00:00.000000000 +0100"
 // (full-iso).
-bool MatchIsoDate(const std::vector<Token>& tok, size_t i, DateMatch& m) {
+bool MatchIsoDate(const TokenList& tok, size_t i, DateMatch& m) {
   if (i + 1 >= tok.size() || !ParseIsoDate(tok[i].text, m.year, m.month, m.day) ||
       !ParseTimeOfDay(tok[i + 1].text, m.time))
     return false;
@@ -110,19 +110,19 @@ bool MatchIsoDate(const std::vector<Token>& tok, size_t i, DateMatch& m) {
 }
 
 // "Jan 10 12:00", "janv. 10  2024", " 1月 10 12:00".
-bool MatchMonthDay(const std::vector<Token>& tok, size_t i, DateMatch& m) {
+bool MatchMonthDay(const TokenList& tok, size_t i, DateMatch& m) {
   return i + 2 < tok.size() && (m.month = MonthFromName(tok[i].text)) != 0 &&
          ParseDay(tok[i + 1].text, m.day) && ParseTimeOrYear(tok, i + 2, m);
 }
 
 // "10. Mär 12:00", "10 déc.  2023", "10 мая 12:00".
-bool MatchDayMonth(const std::vector<Token>& tok, size_t i, DateMatch& m) {
+bool MatchDayMonth(const TokenList& tok, size_t i, DateMatch& m) {
   return i + 2 < tok.size() && ParseDay(tok[i].text, m.day) &&
          (m.month = MonthFromName(tok[i + 1].text)) != 0 && ParseTimeOrYear(tok, i + 2, m);
 }
 
 // Czech: "15.\u00A0led  2026", day and month joined by a no-break space.
-bool MatchDayMonthJoined(const std::vector<Token>& tok, size_t i, DateMatch& m) {
+bool MatchDayMonthJoined(const TokenList& tok, size_t i, DateMatch& m) {
   constexpr std::string_view kNoBreakSpace = "\xC2\xA0";
   std::string_view t = tok[i].text;
   size_t nbsp = t.find(kNoBreakSpace);
@@ -132,7 +132,7 @@ bool MatchDayMonthJoined(const std::vector<Token>& tok, size_t i, DateMatch& m) 
 }
 
 // Hungarian: "2025 dec   15" (older files; recent ones are "nov   21 06.17").
-bool MatchYearMonthDay(const std::vector<Token>& tok, size_t i, DateMatch& m) {
+bool MatchYearMonthDay(const TokenList& tok, size_t i, DateMatch& m) {
   if (i + 2 >= tok.size() || !ParseYear(tok[i].text, m.year) ||
       (m.month = MonthFromName(tok[i + 1].text)) == 0 || !ParseDay(tok[i + 2].text, m.day))
     return false;
@@ -141,7 +141,7 @@ bool MatchYearMonthDay(const std::vector<Token>& tok, size_t i, DateMatch& m) {
 }
 
 // Finnish: "21.11. 06:17", "15.12.  2025", "15. 1.  2026".
-bool MatchNumericDayMonth(const std::vector<Token>& tok, size_t i, DateMatch& m) {
+bool MatchNumericDayMonth(const TokenList& tok, size_t i, DateMatch& m) {
   std::string_view t = tok[i].text;
   size_t dot = t.find('.');
   if (dot == std::string_view::npos || t.back() != '.') return false;
@@ -162,7 +162,7 @@ bool MatchNumericDayMonth(const std::vector<Token>& tok, size_t i, DateMatch& m)
 
 // Polish: "2019-01-05" without a time for older files, "11-21 06:17" for
 // recent ones; the older form is padded to the width of the recent one.
-bool MatchNumericIso(const std::vector<Token>& tok, size_t i, DateMatch& m) {
+bool MatchNumericIso(const TokenList& tok, size_t i, DateMatch& m) {
   std::string_view t = tok[i].text;
   if (ParseIsoDate(t, m.year, m.month, m.day)) {
     m.lastToken = i;
@@ -179,7 +179,7 @@ bool MatchNumericIso(const std::vector<Token>& tok, size_t i, DateMatch& m) {
 
 // Chinese, Japanese and Korean dates with unit signs: "2025年12月15日",
 // "2026年 1月15日", "11月21日 06:17", "2019년  1월  5일", "11월 21일  06:17".
-bool MatchCjkDate(const std::vector<Token>& tok, size_t i, DateMatch& m) {
+bool MatchCjkDate(const TokenList& tok, size_t i, DateMatch& m) {
   static constexpr std::string_view kSigns[3][2] = {
       {"\xE5\xB9\xB4", "\xEB\x85\x84"},  // year
       {"\xE6\x9C\x88", "\xEC\x9B\x94"},  // month
@@ -223,7 +223,7 @@ bool MatchCjkDate(const std::vector<Token>& tok, size_t i, DateMatch& m) {
   return k < tok.size() && ParseListTime(tok[k].text, m.time);
 }
 
-using DateMatcher = bool (*)(const std::vector<Token>&, size_t, DateMatch&);
+using DateMatcher = bool (*)(const TokenList&, size_t, DateMatch&);
 // The forms of English and most European locales are looked for first,
 // across all columns; only a line none of them fits is read in the rarer
 // forms, so that a group or size that looks like a year cannot mislead.
@@ -242,7 +242,7 @@ bool IsDevicePair(std::string_view t) {
 
 // The size column right before the date: a byte count, or a device's
 // "major, minor" (listed as size 0).
-bool SizeBefore(const std::vector<Token>& tok, size_t dateAt, uint64_t& size) {
+bool SizeBefore(const TokenList& tok, size_t dateAt, uint64_t& size) {
   std::string_view before = tok[dateAt - 1].text;
   if (ParseUint(before, size)) {
     if (!IsDeviceMajor(tok[dateAt - 2].text)) return true;
@@ -256,7 +256,7 @@ bool SizeBefore(const std::vector<Token>& tok, size_t dateAt, uint64_t& size) {
 }  // namespace
 
 bool ParseUnixLine(std::string_view line, const ListClock& clock, FtpListEntry& out) {
-  std::vector<Token> tok = Tokenize(line, 16);
+  TokenList tok = Tokenize(line, 16);
   if (tok.size() < 6 || !IsPermissionColumn(tok[0].text)) return false;
 
   // The date is found first: the size is the column right before it, and
