@@ -17,9 +17,9 @@ namespace {
 // Ordered by how cheaply and how surely a family rejects a foreign line: each
 // parser checks a fixed shape (permission column, DOS date, '+' fact list)
 // before it takes anything.
-constexpr std::array<listparse::ParseFn, 7> kListParsers = {
+constexpr std::array<listparse::ParseFn, 8> kListParsers = {
     listparse::ParseUnixLine,    listparse::ParseDosLine, listparse::ParseEplfLine,  listparse::ParseVmsLine,
-    listparse::ParseNetwareLine, listparse::ParseOs2Line, listparse::ParseOs400Line,
+    listparse::ParseNetwareLine, listparse::ParseOs2Line, listparse::ParseOs400Line, listparse::ParseMvsLine,
 };
 
 }  // namespace

@@ -21,6 +21,7 @@ bool ParseVmsLine(std::string_view line, const ListClock& clock, FtpListEntry& o
 bool ParseNetwareLine(std::string_view line, const ListClock& clock, FtpListEntry& out);
 bool ParseOs2Line(std::string_view line, const ListClock& clock, FtpListEntry& out);
 bool ParseOs400Line(std::string_view line, const ListClock& clock, FtpListEntry& out);
+bool ParseMvsLine(std::string_view line, const ListClock& clock, FtpListEntry& out);
 
 // A whitespace-separated word and where it sits in the line, so a parser can
 // take the rest of the line (a name with spaces) from a known column.

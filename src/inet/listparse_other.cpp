@@ -1,4 +1,5 @@
-// The rarer families: EPLF, VMS, NetWare, OS/2 and OS/400 (IBM i) lines.
+// The rarer families: EPLF, VMS, NetWare, OS/2 and OS/400 (IBM i) lines
+// (z/OS has a file of its own).
 #include <string>
 #include <string_view>
 

@@ -307,6 +307,16 @@ const std::vector<Case>& OtherCases() {
       {"OS/400 file", "QPGMR          135 04/13/01 10:37:37 *STMF      file.txt", true, "file.txt",
        Kind::File, 135, "2001-04-13 10:37:37"},
       Reject("OS/400 member", "                                    *MEM       QSYS.LIB/X.FILE/Y.MBR"),
+      {"z/OS partitioned data set", "WYNK01 3390   2024/01/10  1   15  PO      80  3120  PO  CLIST", true,
+       "CLIST", Kind::Directory, 0, "2024-01-10 00:00:00"},
+      {"z/OS sequential data set", "WYNK02 3390   2023/12/31  2  150  FB      80 27920  PS  DATA.SET", true,
+       "DATA.SET", Kind::File, 0, "2023-12-31 00:00:00"},
+      {"z/OS migrated data set", "Migrated                                                OLD.DATA", true,
+       "OLD.DATA", Kind::File, 0, nullptr},
+      {"z/OS member", "MEMBER1   01.03 2024/01/10 2024/01/11 12:34    10    10     0 USER1", true, "MEMBER1",
+       Kind::File, 0, "2024-01-11 12:34:00"},
+      Reject("z/OS data set header", "Volume Unit    Referred Ext Used Recfm Lrecl BlkSz Dsorg Dsname"),
+      Reject("z/OS member header", "Name     VV.MM   Created       Changed      Size  Init   Mod   Id"),
       Reject("FTP reply text", "226 Transfer complete."),
   };
   return cases;
