@@ -18,3 +18,5 @@ if [ -n "$missing" ]; then
   apt-get update -qq
   apt-get install -y -qq $missing
 fi
+# The FTP servers the tests start (unpacked, never installed as services).
+"$(dirname "$0")/ftp-test-servers.sh"

@@ -1,0 +1,347 @@
+#include "inet/ftpcontrol.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <poll.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cstring>
+
+namespace ftpzn::inet {
+
+namespace {
+
+enum Status : uint32_t {
+  kResolving = 10,
+  kResolved = 11,
+  kConnecting = 20,
+  kConnected = 21,
+  kSending = 30,
+  kSent = 31,
+  kReceiving = 40,
+  kReceived = 41,
+  kClosing = 50,
+  kClosed = 51,
+};
+
+std::string Upper(std::string s) {
+  for (char& c : s) c = static_cast<char>(toupper(static_cast<unsigned char>(c)));
+  return s;
+}
+
+bool IsPrivateOrLocal(const uint8_t a[4]) {
+  return a[0] == 0 || a[0] == 10 || a[0] == 127 || (a[0] == 172 && (a[1] & 0xF0) == 16) ||
+         (a[0] == 192 && a[1] == 168) || (a[0] == 169 && a[1] == 254) || (a[0] == 100 && (a[1] & 0xC0) == 64);
+}
+
+}  // namespace
+
+bool ParsePasvReply(const std::string& text, uint8_t address[4], uint16_t& port) {
+  // Servers write "227 Entering Passive Mode (h1,h2,h3,h4,p1,p2)" with or
+  // without parentheses, some with text after it: take the first run of six
+  // comma-separated numbers after the code.
+  auto digit = [&](size_t i) { return i < text.size() && isdigit(static_cast<unsigned char>(text[i])); };
+  for (size_t i = text.size() > 3 ? 4 : text.size(); i < text.size(); ++i) {
+    if (!digit(i) || digit(i - 1)) continue;
+    unsigned values[6];
+    size_t j = i;
+    int count = 0;
+    while (count < 6 && digit(j)) {
+      unsigned v = 0;
+      size_t begin = j;
+      while (digit(j) && j - begin < 4) v = v * 10 + static_cast<unsigned>(text[j++] - '0');
+      if (v > 255 || digit(j)) break;
+      values[count++] = v;
+      if (count < 6) {
+        if (j >= text.size() || text[j] != ',') break;
+        ++j;
+      }
+    }
+    if (count == 6) {
+      for (int k = 0; k < 4; ++k) address[k] = static_cast<uint8_t>(values[k]);
+      port = static_cast<uint16_t>(values[4] * 256 + values[5]);
+      return true;
+    }
+  }
+  return false;
+}
+
+bool ParseEpsvReply(const std::string& text, uint16_t& port) {
+  size_t open = text.find('(');
+  if (open == std::string::npos || open + 4 >= text.size()) return false;
+  char d = text[open + 1];
+  if (d < 33 || d > 126 || text[open + 2] != d || text[open + 3] != d) return false;
+  size_t i = open + 4;
+  unsigned v = 0;
+  size_t digits = 0;
+  while (i < text.size() && isdigit(static_cast<unsigned char>(text[i])) && digits < 6) {
+    v = v * 10 + static_cast<unsigned>(text[i] - '0');
+    ++i, ++digits;
+  }
+  if (digits == 0 || v == 0 || v > 65535 || i >= text.size() || text[i] != d) return false;
+  port = static_cast<uint16_t>(v);
+  return true;
+}
+
+bool IsUnroutableFor(const uint8_t address[4], const SocketAddress& peer) {
+  if (address[0] == 0) return true;
+  if (peer.Family() != AF_INET) return true;
+  uint8_t p[4];
+  std::memcpy(p, &reinterpret_cast<const sockaddr_in&>(peer.storage).sin_addr, 4);
+  if (std::memcmp(p, address, 4) == 0) return false;
+  // A server behind NAT names its inside address; a server on this host or
+  // inside the same private network is reachable at what it says.
+  if (address[0] == 127) return p[0] != 127;
+  return IsPrivateOrLocal(address) && !IsPrivateOrLocal(p);
+}
+
+FtpControl::~FtpControl() = default;
+
+void FtpControl::Drop() {
+  if (!m_stream) return;
+  m_observer.OnStatus(kClosing, {});
+  m_reader.reset();
+  m_stream.reset();
+  m_observer.OnStatus(kClosed, {});
+}
+
+void FtpControl::Send(const std::string& line) {
+  if (!m_stream) throw NetError(kErrSessionDropped, "the connection to the server was lost");
+  // A line end inside a name would let it smuggle a second command.
+  if (line.find_first_of("\r\n") != std::string::npos) {
+    throw NetError(kErrExtended, "a name or command contains a line break");
+  }
+  m_observer.OnTrace(true, line.compare(0, 5, "PASS ") == 0 ? "PASS ****" : line);
+  m_observer.OnStatus(kSending, {});
+  std::string wire = line + "\r\n";
+  try {
+    m_stream->WriteAll(wire.data(), wire.size(), Deadline::After(m_timeouts.sendMs));
+  } catch (const NetError&) {
+    Drop();
+    throw;
+  }
+  m_observer.OnStatus(kSent, {});
+}
+
+FtpReply FtpControl::ReadReply() {
+  if (!m_stream) throw NetError(kErrSessionDropped, "the connection to the server was lost");
+  m_observer.OnStatus(kReceiving, {});
+  FtpReply reply;
+  try {
+    reply = m_reader->Read(Deadline::After(m_timeouts.receiveMs));
+  } catch (const NetError&) {
+    // After a time-out or damage, the next bytes cannot be matched to a
+    // command any more: the connection is done.
+    Drop();
+    throw;
+  }
+  for (const auto& line : reply.lines) m_observer.OnTrace(false, line);
+  m_observer.OnStatus(kReceived, {});
+  m_observer.OnReply(reply);
+  if (reply.code == 421) {
+    // "Service not available, closing control connection": in any state.
+    Drop();
+    throw NetError(kErrConnectionAborted, reply.Text());
+  }
+  return reply;
+}
+
+FtpReply FtpControl::Command(const std::string& line) {
+  Send(line);
+  FtpReply reply = ReadReply();
+  // A preliminary reply to a command without data is unusual but legal.
+  for (int i = 0; i < 8 && reply.Preliminary(); ++i) reply = ReadReply();
+  return reply;
+}
+
+FtpReply FtpControl::Expect(const std::string& line) {
+  FtpReply reply = Command(line);
+  if (!reply.Positive()) throw NetError(kErrExtended, reply.Text());
+  return reply;
+}
+
+void FtpControl::Open(const std::string& host, uint16_t port, const std::string& user,
+                      const std::string& password) {
+  m_observer.OnStatus(kResolving, host);
+  std::vector<SocketAddress> addresses = Resolve(host, port);
+  m_observer.OnStatus(kResolved, addresses.front().Host());
+  m_observer.OnStatus(kConnecting, {});
+  Fd fd;
+  Deadline deadline = Deadline::After(m_timeouts.connectMs);
+  for (size_t i = 0; i < addresses.size(); ++i) {
+    try {
+      fd = ConnectTo(addresses[i], deadline);
+      break;
+    } catch (const NetError&) {
+      if (i + 1 == addresses.size()) throw;
+    }
+  }
+  m_observer.OnStatus(kConnected, {});
+  m_peer = PeerAddress(fd.Get());
+  m_local = LocalAddress(fd.Get());
+  m_stream = MakeStream(std::move(fd), host);
+  m_reader = std::make_unique<ReplyReader>(*m_stream);
+
+  FtpReply greeting = ReadReply();
+  for (int i = 0; i < 8 && greeting.Preliminary(); ++i) greeting = ReadReply();  // "120 ready in n minutes"
+  if (greeting.Class() != 2) {
+    Drop();
+    throw NetError(kErrLoginFailed, greeting.Text());
+  }
+  Login(user, password);
+  ReadFeatures();
+}
+
+void FtpControl::Login(const std::string& user, const std::string& password) {
+  FtpReply reply = Command("USER " + user);
+  if (reply.Class() == 2) return;  // no password needed
+  if (reply.code != 331 && reply.code != 332) throw NetError(kErrLoginUser, reply.Text());
+  reply = Command("PASS " + password);
+  if (reply.Class() == 2) return;
+  // 332 would want ACCT, which no site profile carries.
+  throw NetError(reply.code == 530 ? kErrLoginPassword : kErrLoginFailed, reply.Text());
+}
+
+void FtpControl::ReadFeatures() {
+  FtpReply reply = Command("FEAT");
+  if (reply.code != 211) return;  // FEAT unknown: plain RFC 959 server
+  for (size_t i = 1; i + 1 < reply.lines.size(); ++i) {
+    std::string feature = Upper(reply.lines[i]);
+    size_t start = feature.find_first_not_of(' ');
+    if (start == std::string::npos) continue;
+    feature.erase(0, start);
+    std::string name = feature.substr(0, feature.find(' '));
+    if (name == "MLST") m_hasMlsd = true;
+    if (name == "UTF8") m_hasUtf8 = true;
+  }
+  if (m_hasUtf8) Command("OPTS UTF8 ON");  // names are UTF-8 either way; some servers need to hear it
+}
+
+std::unique_ptr<Stream> FtpControl::MakeStream(Fd fd, const std::string& peer) {
+  return std::make_unique<SocketStream>(std::move(fd), peer);
+}
+
+std::unique_ptr<Stream> FtpControl::ConnectPassive() {
+  Deadline deadline = Deadline::After(m_timeouts.connectMs);
+  if (m_passiveCommand == PassiveCommand::Epsv) {
+    FtpReply reply = Command("EPSV");
+    uint16_t port = 0;
+    if (reply.code == 229 && ParseEpsvReply(reply.Text(), port)) {
+      SocketAddress target = m_peer;
+      target.SetPort(port);
+      return MakeStream(ConnectTo(target, deadline), target.Host());
+    }
+    // PASV speaks IPv4 only; over IPv6 there is nothing to fall back to.
+    if (reply.Class() != 5 || m_peer.Family() != AF_INET) throw NetError(kErrExtended, reply.Text());
+    m_passiveCommand = PassiveCommand::Pasv;
+  }
+  FtpReply reply = Command("PASV");
+  uint8_t address[4];
+  uint16_t port = 0;
+  if (reply.code != 227 || !ParsePasvReply(reply.lines.front(), address, port)) {
+    throw NetError(kErrExtended, reply.Text());
+  }
+  SocketAddress target = m_peer;
+  if (!IsUnroutableFor(address, m_peer)) {
+    auto& in = reinterpret_cast<sockaddr_in&>(target.storage);
+    std::memcpy(&in.sin_addr, address, 4);
+  }
+  target.SetPort(port);
+  return MakeStream(ConnectTo(target, deadline), target.Host());
+}
+
+Fd FtpControl::ListenActive() {
+  Fd listener = ListenOn(m_local);
+  SocketAddress bound = LocalAddress(listener.Get());
+  if (m_activeCommand == ActiveCommand::Eprt) {
+    std::string family = bound.Family() == AF_INET6 ? "2" : "1";
+    FtpReply reply =
+        Command("EPRT |" + family + "|" + bound.Host() + "|" + std::to_string(bound.Port()) + "|");
+    if (reply.Class() == 2) return listener;
+    if (reply.Class() != 5 || bound.Family() != AF_INET) throw NetError(kErrExtended, reply.Text());
+    m_activeCommand = ActiveCommand::Port;
+  }
+  std::string host = bound.Host();
+  for (char& c : host) {
+    if (c == '.') c = ',';
+  }
+  Expect("PORT " + host + "," + std::to_string(bound.Port() >> 8) + "," +
+         std::to_string(bound.Port() & 0xFF));
+  return listener;
+}
+
+std::unique_ptr<Stream> FtpControl::StartTransfer(const std::string& command, TransferType type) {
+  if (!m_typeKnown || m_type != type) {
+    Expect(type == TransferType::Binary ? "TYPE I" : "TYPE A");
+    m_type = type;
+    m_typeKnown = true;
+  }
+  std::unique_ptr<Stream> data;
+  Fd listener;
+  if (m_passive) {
+    data = ConnectPassive();
+  } else {
+    listener = ListenActive();
+  }
+  Send(command);
+  FtpReply reply = ReadReply();
+  if (reply.Class() >= 4) throw NetError(kErrExtended, reply.Text());
+  // Some servers answer a transfer of nothing with the end reply at once.
+  m_transferEnded = !reply.Preliminary();
+  if (!data) {
+    data = MakeStream(AcceptFrom(listener.Get(), Deadline::After(m_timeouts.connectMs)), m_peer.Host());
+  }
+  return data;
+}
+
+void FtpControl::FinishTransfer() {
+  if (m_transferEnded) return;
+  FtpReply reply = ReadReply();
+  for (int i = 0; i < 8 && reply.Preliminary(); ++i) reply = ReadReply();
+  if (!reply.Positive()) throw NetError(kErrExtended, reply.Text());
+}
+
+void FtpControl::AbandonTransfer() {
+  if (m_transferEnded || !m_stream) return;
+  try {
+    // Some servers (pure-ftpd) do not notice a data connection closed under
+    // them and would wait forever: ABOR tells them. Replies differ: vsftpd
+    // and proftpd end the transfer (426) and then answer ABOR (225/226);
+    // pure-ftpd answers ABOR alone; a transfer that had finished ends with
+    // 226 before ABOR's answer.
+    Send("ABOR");
+    auto finalReply = [&] {
+      FtpReply reply = ReadReply();
+      for (int i = 0; i < 8 && reply.Preliminary(); ++i) reply = ReadReply();
+      return reply;
+    };
+    FtpReply first = finalReply();
+    if (first.Class() != 2 || ReplyPending(kAbortGraceMs)) finalReply();
+  } catch (const NetError&) {
+    // Dropped already; nothing else to clean up.
+  }
+}
+
+bool FtpControl::ReplyPending(int ms) {
+  if (m_reader->HasBuffered()) return true;
+  pollfd p{m_stream->NativeHandle(), POLLIN, 0};
+  return ::poll(&p, 1, ms) > 0;
+}
+
+void FtpControl::Quit() {
+  if (!m_stream) return;
+  FtpTimeouts saved = m_timeouts;
+  // A goodbye is not worth a long wait.
+  m_timeouts.receiveMs = m_timeouts.sendMs =
+      std::min<uint32_t>(saved.receiveMs ? saved.receiveMs : 2000, 2000);
+  try {
+    Command("QUIT");
+  } catch (const NetError&) {
+    // The server may already be gone; closing is all that is left.
+  }
+  m_timeouts = saved;
+  Drop();
+}
+
+}  // namespace ftpzn::inet

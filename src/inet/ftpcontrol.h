@@ -1,0 +1,109 @@
+// The FTP protocol over one control connection: login, commands, and data
+// connections in passive or active mode. Internal to the engine; the public
+// classes of inet.h wrap it. Texts here are bytes as on the wire.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "inet/netio.h"
+#include "inet/reply.h"
+
+namespace ftpzn::inet {
+
+struct FtpTimeouts {
+  uint32_t connectMs = 30000;
+  uint32_t sendMs = 60000;
+  uint32_t receiveMs = 60000;
+};
+
+// What the protocol code reports upwards: status codes of the session's
+// status table, the dialogue for diagnosis, and each reply received.
+class FtpObserver {
+ public:
+  virtual ~FtpObserver() = default;
+  virtual void OnStatus(uint32_t status, const std::string& info) = 0;
+  virtual void OnTrace(bool sent, const std::string& line) = 0;
+  virtual void OnReply(const FtpReply& reply) = 0;
+};
+
+enum class TransferType { Ascii, Binary };
+
+class FtpControl {
+ public:
+  FtpControl(FtpObserver& observer, FtpTimeouts timeouts, bool passive)
+      : m_observer(observer), m_timeouts(timeouts), m_passive(passive) {}
+  ~FtpControl();
+
+  // Connects, reads the greeting, logs in and asks for the server's
+  // features. Throws NetError (login refusals as 12013/12014/12015).
+  void Open(const std::string& host, uint16_t port, const std::string& user, const std::string& password);
+  // Sends one command and reads its final reply. A 421 reply, a time-out or
+  // a closed connection leave the connection dropped; later calls fail
+  // with 12111.
+  FtpReply Command(const std::string& line);
+  // Like Command, but a reply outside 2xx/3xx throws 12003.
+  FtpReply Expect(const std::string& line);
+
+  // Opens a data connection and sends `command` (RETR, STOR, LIST, MLSD);
+  // returns the data stream once the server has accepted (1xx). A refusal
+  // throws 12003.
+  std::unique_ptr<Stream> StartTransfer(const std::string& command, TransferType type);
+  // Reads the reply that ends a transfer, after the data stream was closed.
+  void FinishTransfer();
+  // Ends a transfer the client stopped early: the data stream is already
+  // closed; the end reply is read and ignored, whatever it is.
+  void AbandonTransfer();
+
+  void Quit();  // QUIT, best effort; the connection is closed afterwards
+  bool Dropped() const { return !m_stream; }
+  bool HasMlsd() const { return m_hasMlsd; }
+  const FtpTimeouts& Timeouts() const { return m_timeouts; }
+  void SetTimeouts(FtpTimeouts t) { m_timeouts = t; }
+
+ private:
+  enum class PassiveCommand { Epsv, Pasv };
+  enum class ActiveCommand { Eprt, Port };
+
+  // How long a second reply to ABOR may take to show up when the first
+  // one could have been either.
+  static constexpr int kAbortGraceMs = 300;
+
+  void Send(const std::string& line);
+  bool ReplyPending(int ms);
+  FtpReply ReadReply();
+  void Drop();
+  void Login(const std::string& user, const std::string& password);
+  void ReadFeatures();
+  std::unique_ptr<Stream> ConnectPassive();
+  Fd ListenActive();
+  std::unique_ptr<Stream> MakeStream(Fd fd, const std::string& peer);
+
+  FtpObserver& m_observer;
+  FtpTimeouts m_timeouts;
+  bool m_passive;
+  std::unique_ptr<Stream> m_stream;
+  std::unique_ptr<ReplyReader> m_reader;
+  SocketAddress m_peer;
+  SocketAddress m_local;
+  PassiveCommand m_passiveCommand = PassiveCommand::Epsv;
+  ActiveCommand m_activeCommand = ActiveCommand::Eprt;
+  bool m_hasMlsd = false;
+  bool m_hasUtf8 = false;
+  bool m_typeKnown = false;
+  TransferType m_type = TransferType::Binary;
+  bool m_transferEnded = false;  // the end reply came with the first one
+};
+
+// The IPv4 address and port in a 227 reply: the first run of six numbers
+// of at most 255 each, wherever the server put them. False if none.
+bool ParsePasvReply(const std::string& text, uint8_t address[4], uint16_t& port);
+// The port of a 229 reply "(|||port|)". False if none.
+bool ParseEpsvReply(const std::string& text, uint16_t& port);
+// True for an IPv4 address a client cannot reach when its control
+// connection goes to `peer` (0.0.0.0, or a private or loopback address
+// while the server itself is elsewhere).
+bool IsUnroutableFor(const uint8_t address[4], const SocketAddress& peer);
+
+}  // namespace ftpzn::inet

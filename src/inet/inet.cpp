@@ -1,0 +1,676 @@
+#include "inet/inet.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cstring>
+#include <cwctype>
+
+#include "inet/errortext.h"
+#include "inet/ftpcontrol.h"
+#include "inet/wirename.h"
+
+namespace ftpzn::inet {
+
+namespace {
+
+thread_local uint32_t t_lastError = 0;
+thread_local std::wstring t_lastResponse;
+
+// Big enough that a transfer in 4096-byte blocks costs one system call per
+// many blocks.
+constexpr size_t kTransferBuffer = 256 * 1024;
+
+// Every engine failure ends up in the thread's last error and response.
+void Record(const NetError& e) {
+  t_lastError = e.code;
+  t_lastResponse = WireToWide(e.what());
+}
+
+[[noreturn]] void Throw(const NetError& e, uintptr_t context) {
+  Record(e);
+  throw CInternetException(e.code, context);
+}
+
+bool WildcardMatch(const wchar_t* pattern, const wchar_t* name) {
+  // Iterative '*' backtracking: linear in practice, never recursive.
+  const wchar_t* star = nullptr;
+  const wchar_t* resume = nullptr;
+  while (*name) {
+    if (*pattern == L'?' || *pattern == *name) {
+      ++pattern, ++name;
+    } else if (*pattern == L'*') {
+      star = pattern++;
+      resume = name;
+    } else if (star) {
+      pattern = star + 1;
+      name = ++resume;
+    } else {
+      return false;
+    }
+  }
+  while (*pattern == L'*') ++pattern;
+  return *pattern == 0;
+}
+
+// MLSD lists the directory itself and its parent as type=cdir / type=pdir.
+bool IsMlsdSelfOrParent(std::string_view line) {
+  size_t space = line.find(' ');
+  std::string facts(line.substr(0, space == std::string_view::npos ? line.size() : space));
+  for (char& c : facts) c = static_cast<char>(tolower(static_cast<unsigned char>(c)));
+  facts.insert(0, ";");
+  return facts.find(";type=cdir;") != std::string::npos || facts.find(";type=pdir;") != std::string::npos;
+}
+
+std::string PwdPath(const FtpReply& reply) {
+  const std::string& line = reply.lines.front();
+  size_t open = line.find('"');
+  if (open == std::string::npos) return line.size() > 4 ? line.substr(4) : std::string();
+  std::string path;
+  for (size_t i = open + 1; i < line.size(); ++i) {
+    if (line[i] == '"') {
+      if (i + 1 < line.size() && line[i + 1] == '"') {
+        path += '"';  // a quote inside the name is doubled
+        ++i;
+        continue;
+      }
+      break;
+    }
+    path += line[i];
+  }
+  return path;
+}
+
+}  // namespace
+
+uint32_t GetLastError() { return t_lastError; }
+void SetLastError(uint32_t code) { t_lastError = code; }
+std::wstring InternetGetLastResponseInfo() { return t_lastResponse; }
+
+// ---- URLs
+
+bool ParseURLEx(const std::wstring& url, uint32_t& serviceType, std::wstring& server, std::wstring& object,
+                uint16_t& port, std::wstring& user, std::wstring& password) {
+  size_t sep = url.find(L"://");
+  if (sep == std::wstring::npos) return false;
+  std::wstring scheme = url.substr(0, sep);
+  for (wchar_t& c : scheme) c = static_cast<wchar_t>(towlower(c));
+  uint16_t defaultPort = 0;
+  if (scheme == L"ftp") {
+    serviceType = AFX_INET_SERVICE_FTP, defaultPort = 21;
+  } else if (scheme == L"http") {
+    serviceType = AFX_INET_SERVICE_HTTP, defaultPort = 80;
+  } else if (scheme == L"https") {
+    serviceType = AFX_INET_SERVICE_HTTPS, defaultPort = 443;
+  } else if (scheme == L"file") {
+    serviceType = AFX_INET_SERVICE_FILE;
+  } else {
+    serviceType = AFX_INET_SERVICE_UNK;
+  }
+  std::wstring rest = url.substr(sep + 3);
+  size_t slash = rest.find(L'/');
+  std::wstring authority = rest.substr(0, slash);
+  object = slash == std::wstring::npos ? L"/" : rest.substr(slash);
+  user.clear();
+  password.clear();
+  size_t at = authority.rfind(L'@');
+  if (at != std::wstring::npos) {
+    std::wstring credentials = authority.substr(0, at);
+    authority.erase(0, at + 1);
+    size_t colon = credentials.find(L':');
+    user = credentials.substr(0, colon);
+    if (colon != std::wstring::npos) password = credentials.substr(colon + 1);
+  }
+  // "[v6 address]:port"
+  size_t portSep = std::wstring::npos;
+  if (!authority.empty() && authority.front() == L'[') {
+    size_t close = authority.find(L']');
+    if (close == std::wstring::npos) return false;
+    server = authority.substr(1, close - 1);
+    if (close + 1 < authority.size()) {
+      if (authority[close + 1] != L':') return false;
+      portSep = close + 1;
+    }
+  } else {
+    portSep = authority.find(L':');
+    server = authority.substr(0, portSep);
+  }
+  port = defaultPort;
+  if (portSep != std::wstring::npos) {
+    std::wstring digits = authority.substr(portSep + 1);
+    if (digits.empty() || digits.size() > 5) return false;
+    unsigned value = 0;
+    for (wchar_t c : digits) {
+      if (c < L'0' || c > L'9') return false;
+      value = value * 10 + static_cast<unsigned>(c - L'0');
+    }
+    if (value == 0 || value > 65535) return false;
+    port = static_cast<uint16_t>(value);
+  }
+  return true;
+}
+
+bool ParseURL(const std::wstring& url, uint32_t& serviceType, std::wstring& server, std::wstring& object,
+              uint16_t& port) {
+  std::wstring user, password;
+  return ParseURLEx(url, serviceType, server, object, port, user, password);
+}
+
+std::wstring DecodeUrlComponent(const std::wstring& text) {
+  std::string bytes = WideToWire(text);
+  std::string out;
+  auto hex = [](char c) -> int {
+    if (c >= '0' && c <= '9') return c - '0';
+    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+    return -1;
+  };
+  for (size_t i = 0; i < bytes.size(); ++i) {
+    if (bytes[i] == '%' && i + 2 < bytes.size() + 0 && hex(bytes[i + 1]) >= 0 && hex(bytes[i + 2]) >= 0) {
+      out += static_cast<char>(hex(bytes[i + 1]) * 16 + hex(bytes[i + 2]));
+      i += 2;
+    } else {
+      out += bytes[i];
+    }
+  }
+  return WireToWide(out);
+}
+
+// ---- CInternetException
+
+CInternetException::CInternetException(uint32_t error, uintptr_t context)
+    : m_dwError(error), m_dwContext(context) {
+  const char* text = InternetErrorText(error);
+  m_what = "internet error " + std::to_string(error) + (text ? std::string(": ") + text : std::string());
+}
+
+bool CInternetException::GetErrorMessage(std::wstring& text) const {
+  const char* table = InternetErrorText(m_dwError);
+  text = table ? WireToWide(table) : std::wstring();
+  return table != nullptr;
+}
+
+// ---- CInternetSession
+
+class SessionObserver : public FtpObserver {
+ public:
+  explicit SessionObserver(CInternetSession* session) : m_session(session) {}
+  void Detach() { m_session = nullptr; }
+  void OnStatus(uint32_t status, const std::string& info) override {
+    if (m_session) m_session->Report(status, info);
+  }
+  void OnTrace(bool sent, const std::string& line) override {
+    if (m_session) m_session->OnProtocolTrace(sent, line);
+  }
+  void OnReply(const FtpReply& reply) override { t_lastResponse = WireToWide(reply.Text()); }
+
+ private:
+  CInternetSession* m_session;
+};
+
+CInternetSession::CInternetSession(const wchar_t*, uintptr_t context, uint32_t, const wchar_t*,
+                                   const wchar_t*, uint32_t)
+    : m_context(context) {}
+
+CInternetSession::~CInternetSession() { Close(); }
+
+bool CInternetSession::SetOption(uint32_t option, uint32_t value) {
+  switch (option) {
+    case INTERNET_OPTION_CONNECT_TIMEOUT:
+      m_connectMs = value;
+      break;
+    case INTERNET_OPTION_SEND_TIMEOUT:
+    case INTERNET_OPTION_DATA_SEND_TIMEOUT:
+      m_sendMs = value;
+      break;
+    case INTERNET_OPTION_RECEIVE_TIMEOUT:
+    case INTERNET_OPTION_DATA_RECEIVE_TIMEOUT:
+      m_receiveMs = value;
+      break;
+    case INTERNET_OPTION_CONNECT_RETRIES:
+      return true;
+    default:
+      t_lastError = 12009;  // invalid option
+      return false;
+  }
+  for (CFtpConnection* c : m_connections) {
+    if (c->m_control) c->m_control->SetTimeouts({m_connectMs, m_sendMs, m_receiveMs});
+  }
+  return true;
+}
+
+bool CInternetSession::QueryOption(uint32_t option, uint32_t& value) const {
+  switch (option) {
+    case INTERNET_OPTION_CONNECT_TIMEOUT:
+      value = m_connectMs;
+      return true;
+    case INTERNET_OPTION_SEND_TIMEOUT:
+    case INTERNET_OPTION_DATA_SEND_TIMEOUT:
+      value = m_sendMs;
+      return true;
+    case INTERNET_OPTION_RECEIVE_TIMEOUT:
+    case INTERNET_OPTION_DATA_RECEIVE_TIMEOUT:
+      value = m_receiveMs;
+      return true;
+    default:
+      t_lastError = 12009;
+      return false;
+  }
+}
+
+bool CInternetSession::EnableStatusCallback(bool enable) {
+  m_statusCallback = enable;
+  return true;
+}
+
+void CInternetSession::OnStatusCallback(uintptr_t, uint32_t, const void*, uint32_t) {}
+
+void CInternetSession::OnProtocolTrace(bool, const std::string&) {}
+
+void CInternetSession::Report(uint32_t status, const std::string& info) {
+  if (!m_statusCallback) return;
+  if (status == INTERNET_STATUS_RESOLVING_NAME || status == INTERNET_STATUS_NAME_RESOLVED) {
+    std::wstring text = WireToWide(info);
+    OnStatusCallback(m_context, status, text.c_str(),
+                     static_cast<uint32_t>((text.size() + 1) * sizeof(wchar_t)));
+  } else {
+    OnStatusCallback(m_context, status, nullptr, 0);
+  }
+}
+
+std::unique_ptr<CFtpConnection> CInternetSession::GetFtpConnection(const std::wstring& server,
+                                                                   const std::wstring& user,
+                                                                   const std::wstring& password,
+                                                                   uint16_t port, bool passive) {
+  std::unique_ptr<CFtpConnection> connection(new CFtpConnection(*this, server));
+  connection->m_control = std::make_unique<FtpControl>(
+      *connection->m_observer, FtpTimeouts{m_connectMs, m_sendMs, m_receiveMs}, passive);
+  try {
+    connection->m_control->Open(WideToWire(server), port == 0 ? INTERNET_DEFAULT_FTP_PORT : port,
+                                user.empty() ? "anonymous" : WideToWire(user),
+                                user.empty() && password.empty() ? "anonymous@" : WideToWire(password));
+  } catch (const NetError& e) {
+    // No QUIT: its reply would replace the one that explains the failure.
+    connection->m_control.reset();
+    Throw(e, m_context);
+  }
+  Report(INTERNET_STATUS_HANDLE_CREATED, {});
+  t_lastError = 0;
+  return connection;
+}
+
+void CInternetSession::Close() {
+  // Closing a connection removes it from the set.
+  while (!m_connections.empty()) {
+    CFtpConnection* c = *m_connections.begin();
+    c->Close();
+    c->m_observer->Detach();
+    c->m_session = nullptr;
+    m_connections.erase(c);
+  }
+}
+
+// ---- CFtpConnection
+
+CFtpConnection::CFtpConnection(CInternetSession& session, std::wstring server)
+    : m_session(&session),
+      m_server(std::move(server)),
+      m_observer(std::make_unique<SessionObserver>(&session)) {
+  session.m_connections.insert(this);
+}
+
+CFtpConnection::~CFtpConnection() {
+  Close();
+  if (m_session) m_session->m_connections.erase(this);
+}
+
+void CFtpConnection::Close() {
+  if (m_openFile) {
+    // The file outlives its connection: its later calls fail with 12017.
+    m_openFile->m_data.reset();
+    m_openFile->m_connection = nullptr;
+    m_openFile = nullptr;
+  }
+  m_busy = false;
+  if (!m_control) return;
+  if (m_session) m_session->Report(INTERNET_STATUS_HANDLE_CLOSING, {});
+  m_control->Quit();
+  m_control.reset();
+}
+
+bool CFtpConnection::UsesMlsd() const { return m_control && m_control->HasMlsd(); }
+
+FtpControl* CFtpConnection::Ready() {
+  if (!m_control) throw NetError(kErrCancelled, "the connection is closed");
+  if (m_busy) throw NetError(kErrInProgress, "another operation is under way on this connection");
+  if (m_control->Dropped()) throw NetError(kErrSessionDropped, "the connection to the server was lost");
+  return m_control.get();
+}
+
+template <typename Fn>
+bool CFtpConnection::Run(Fn&& fn) {
+  try {
+    fn(*Ready());
+  } catch (const NetError& e) {
+    Record(e);
+    return false;
+  }
+  t_lastError = 0;
+  return true;
+}
+
+bool CFtpConnection::SetCurrentDirectory(const std::wstring& directory) {
+  return Run([&](FtpControl& c) { c.Expect("CWD " + WideToWire(directory)); });
+}
+
+bool CFtpConnection::GetCurrentDirectory(std::wstring& directory) {
+  return Run([&](FtpControl& c) {
+    FtpReply reply = c.Command("PWD");
+    if (reply.code != 257) throw NetError(kErrExtended, reply.Text());
+    directory = WireToWide(PwdPath(reply));
+  });
+}
+
+bool CFtpConnection::CreateDirectory(const std::wstring& directory) {
+  return Run([&](FtpControl& c) { c.Expect("MKD " + WideToWire(directory)); });
+}
+
+bool CFtpConnection::RemoveDirectory(const std::wstring& directory) {
+  return Run([&](FtpControl& c) { c.Expect("RMD " + WideToWire(directory)); });
+}
+
+bool CFtpConnection::Remove(const std::wstring& file) {
+  return Run([&](FtpControl& c) { c.Expect("DELE " + WideToWire(file)); });
+}
+
+bool CFtpConnection::Rename(const std::wstring& from, const std::wstring& to) {
+  return Run([&](FtpControl& c) {
+    FtpReply reply = c.Command("RNFR " + WideToWire(from));
+    if (reply.code != 350) throw NetError(kErrExtended, reply.Text());
+    c.Expect("RNTO " + WideToWire(to));
+  });
+}
+
+std::unique_ptr<CInternetFile> CFtpConnection::OpenFile(const std::wstring& name, uint32_t access,
+                                                        uint32_t flags, uintptr_t context) {
+  bool writing = (access & GENERIC_WRITE) != 0;
+  TransferType type = (flags & 3) == FTP_TRANSFER_TYPE_ASCII ? TransferType::Ascii : TransferType::Binary;
+  std::unique_ptr<Stream> data;
+  try {
+    if ((access & (GENERIC_READ | GENERIC_WRITE)) == (GENERIC_READ | GENERIC_WRITE) ||
+        (access & (GENERIC_READ | GENERIC_WRITE)) == 0) {
+      throw NetError(87, "a remote file opens for reading or for writing");  // invalid parameter
+    }
+    data = Ready()->StartTransfer((writing ? "STOR " : "RETR ") + WideToWire(name), type);
+  } catch (const NetError& e) {
+    Throw(e, context);
+  }
+  m_busy = true;
+  if (m_session) m_session->Report(INTERNET_STATUS_HANDLE_CREATED, {});
+  t_lastError = 0;
+  std::unique_ptr<CInternetFile> file(new CInternetFile(*this, std::move(data), writing, context));
+  m_openFile = file.get();
+  return file;
+}
+
+// ---- CInternetFile
+
+CInternetFile::CInternetFile(CFtpConnection& connection, std::unique_ptr<Stream> data, bool writing,
+                             uintptr_t context)
+    : m_connection(&connection),
+      m_data(std::move(data)),
+      m_writing(writing),
+      m_context(context),
+      m_buffer(kTransferBuffer) {}
+
+CInternetFile::~CInternetFile() {
+  uint32_t saved = t_lastError;
+  Close();
+  t_lastError = saved;
+}
+
+void CInternetFile::Fail(uint32_t code) {
+  Record(NetError(code, code == kErrCancelled ? "the file is closed" : "the file is not open for this"));
+  throw CInternetException(code, m_context);
+}
+
+uint32_t CInternetFile::Read(void* buffer, uint32_t count) {
+  if (!m_data && !m_atEnd) Fail(kErrCancelled);
+  if (m_writing) Fail(12018);  // wrong handle type
+  if (count == 0 || (m_atEnd && m_begin == m_end)) return 0;
+  auto* out = static_cast<char*>(buffer);
+  FtpControl* control = m_connection ? m_connection->m_control.get() : nullptr;
+  if (!control) Fail(kErrCancelled);
+  try {
+    if (m_begin == m_end) {
+      Deadline deadline = Deadline::After(control->Timeouts().receiveMs);
+      if (count >= m_buffer.size()) {
+        size_t n = m_data->ReadSome(out, count, deadline);
+        if (n > 0) return static_cast<uint32_t>(n);
+      } else {
+        m_begin = 0;
+        m_end = m_data->ReadSome(m_buffer.data(), m_buffer.size(), deadline);
+      }
+      if (m_begin == m_end) {
+        // The data connection ended: only the server's end reply says
+        // whether that was the whole file.
+        m_atEnd = true;
+        m_data.reset();
+        control->FinishTransfer();
+        return 0;
+      }
+    }
+    size_t n = std::min<size_t>(count, m_end - m_begin);
+    std::memcpy(out, m_buffer.data() + m_begin, n);
+    m_begin += n;
+    return static_cast<uint32_t>(n);
+  } catch (const NetError& e) {
+    m_atEnd = true;
+    m_begin = m_end = 0;
+    m_data.reset();
+    if (e.code != kErrExtended) control->AbandonTransfer();
+    Throw(e, m_context);
+  }
+}
+
+void CInternetFile::Write(const void* buffer, uint32_t count) {
+  if (!m_data) Fail(kErrCancelled);
+  if (!m_writing) Fail(12018);
+  auto* in = static_cast<const char*>(buffer);
+  if (m_end + count <= m_buffer.size()) {
+    std::memcpy(m_buffer.data() + m_end, in, count);
+    m_end += count;
+    if (m_end == m_buffer.size()) Flush();
+    return;
+  }
+  Flush();
+  if (count >= m_buffer.size()) {
+    try {
+      FtpControl* control = m_connection ? m_connection->m_control.get() : nullptr;
+      if (!control) Fail(kErrCancelled);
+      m_data->WriteAll(in, count, Deadline::After(control->Timeouts().sendMs));
+    } catch (const NetError& e) {
+      m_data.reset();
+      Throw(e, m_context);
+    }
+    return;
+  }
+  std::memcpy(m_buffer.data(), in, count);
+  m_end = count;
+}
+
+void CInternetFile::Flush() {
+  if (!m_writing || m_end == 0) return;
+  if (!m_data) Fail(kErrCancelled);
+  FtpControl* control = m_connection ? m_connection->m_control.get() : nullptr;
+  if (!control) Fail(kErrCancelled);
+  try {
+    m_data->WriteAll(m_buffer.data(), m_end, Deadline::After(control->Timeouts().sendMs));
+    m_end = 0;
+  } catch (const NetError& e) {
+    m_data.reset();
+    m_end = 0;
+    Throw(e, m_context);
+  }
+}
+
+void CInternetFile::Close() {
+  if (!m_connection) return;
+  CFtpConnection* connection = m_connection;
+  m_connection = nullptr;
+  FtpControl* control = connection->m_control.get();
+  t_lastError = 0;
+  try {
+    if (m_writing && m_data) {
+      m_data->WriteAll(m_buffer.data(), m_end, Deadline::After(control->Timeouts().sendMs));
+      m_end = 0;
+      m_data->ShutdownWrite();
+      m_data.reset();
+      control->FinishTransfer();
+    } else if (m_writing) {
+      // A failed write: the server's end reply (426 or so) is of no use.
+      control->AbandonTransfer();
+    } else if (!m_atEnd) {
+      // Closed before the end: dropping the data connection makes the
+      // server stop sending and answer with its end reply.
+      m_data.reset();
+      control->AbandonTransfer();
+    }
+  } catch (const NetError& e) {
+    Record(e);
+    m_data.reset();
+    if (control && e.code != kErrExtended) control->AbandonTransfer();
+  }
+  m_atEnd = true;
+  connection->m_busy = false;
+  connection->m_openFile = nullptr;
+  if (connection->m_session) connection->m_session->Report(INTERNET_STATUS_HANDLE_CLOSING, {});
+}
+
+// ---- CFtpFileFind
+
+CFtpFileFind::CFtpFileFind(CFtpConnection* connection, uintptr_t context)
+    : m_connection(connection), m_context(context) {}
+
+CFtpFileFind::~CFtpFileFind() { Close(); }
+
+bool CFtpFileFind::FindFile(const wchar_t* pattern, uint32_t) {
+  Close();
+  m_entries.clear();
+  m_next = 0;
+  if (!m_connection) {
+    Record(NetError(kErrCancelled, "no connection"));
+    return false;
+  }
+  std::string listing;
+  bool mlsd = false;
+  try {
+    FtpControl* control = m_connection->Ready();
+    mlsd = control->HasMlsd();
+    std::unique_ptr<Stream> data = control->StartTransfer(mlsd ? "MLSD" : "LIST", TransferType::Ascii);
+    try {
+      char chunk[65536];
+      for (;;) {
+        size_t n = data->ReadSome(chunk, sizeof chunk, Deadline::After(control->Timeouts().receiveMs));
+        if (n == 0) break;
+        listing.append(chunk, n);
+      }
+    } catch (const NetError& e) {
+      data.reset();
+      if (e.code != kErrExtended) control->AbandonTransfer();
+      throw;
+    }
+    data.reset();
+    control->FinishTransfer();
+  } catch (const NetError& e) {
+    Record(e);
+    return false;
+  }
+  ListClock clock;
+  std::wstring mask = pattern ? pattern : L"";
+  bool everything = mask.empty() || mask == L"*" || mask == L"*.*";
+  size_t start = 0;
+  while (start < listing.size()) {
+    size_t end = listing.find('\n', start);
+    if (end == std::string::npos) end = listing.size();
+    std::string_view line(listing.data() + start, end - start);
+    start = end + 1;
+    if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
+    if (line.empty()) continue;
+    FtpListEntry entry;
+    if (mlsd) {
+      if (IsMlsdSelfOrParent(line) || !ParseMlsdLine(line, entry)) continue;
+    } else if (!ParseListLine(line, clock, entry)) {
+      continue;
+    }
+    if (entry.name.empty() || entry.name == "." || entry.name == "..") continue;
+    if (!everything && !WildcardMatch(mask.c_str(), WireToWide(entry.name).c_str())) continue;
+    m_entries.push_back(std::move(entry));
+  }
+  if (m_entries.empty()) {
+    Record(NetError(kErrNoMoreFiles, "no files found"));
+    return false;
+  }
+  m_open = true;
+  m_connection->m_busy = true;
+  if (m_connection->m_session) m_connection->m_session->Report(INTERNET_STATUS_HANDLE_CREATED, {});
+  t_lastError = 0;
+  return true;
+}
+
+bool CFtpFileFind::FindNextFile() {
+  if (!m_open || m_next >= m_entries.size()) {
+    t_lastError = kErrNoMoreFiles;
+    return false;
+  }
+  ++m_next;
+  if (m_next < m_entries.size()) return true;
+  // The last entry: the enumeration no longer holds the connection.
+  if (m_connection) m_connection->m_busy = false;
+  t_lastError = kErrNoMoreFiles;
+  return false;
+}
+
+const FtpListEntry* CFtpFileFind::Current() const {
+  return m_next > 0 && m_next <= m_entries.size() ? &m_entries[m_next - 1] : nullptr;
+}
+
+const FtpListEntry& CFtpFileFind::GetEntry() const {
+  static const FtpListEntry none;
+  const FtpListEntry* e = Current();
+  return e ? *e : none;
+}
+
+std::wstring CFtpFileFind::GetFileName() const { return WireToWide(GetEntry().name); }
+uint64_t CFtpFileFind::GetLength() const { return GetEntry().size; }
+bool CFtpFileFind::IsDirectory() const {
+  return Current() && Current()->kind == FtpListEntry::Kind::Directory;
+}
+bool CFtpFileFind::IsDots() const { return false; }
+
+bool CFtpFileFind::GetLastWriteTime(uint64_t& fileTime) const {
+  const FtpListEntry* e = Current();
+  constexpr int64_t kFileTimeEpochOffset = 11644473600;  // seconds from 1601 to 1970
+  if (!e || !e->mtime || *e->mtime < -kFileTimeEpochOffset) return false;
+  fileTime = static_cast<uint64_t>(*e->mtime + kFileTimeEpochOffset) * 10000000ull;
+  return true;
+}
+
+bool CFtpFileFind::MatchesMask(uint32_t mask) const {
+  const FtpListEntry* e = Current();
+  if (!e) return false;
+  uint32_t attributes = FILE_ATTRIBUTE_NORMAL;
+  if (e->kind == FtpListEntry::Kind::Directory) attributes = FILE_ATTRIBUTE_DIRECTORY;
+  if (e->kind == FtpListEntry::Kind::Link) attributes = FILE_ATTRIBUTE_REPARSE_POINT;
+  return (attributes & mask) != 0;
+}
+
+void CFtpFileFind::Close() {
+  if (!m_open) return;
+  m_open = false;
+  if (m_connection) {
+    if (m_next < m_entries.size()) m_connection->m_busy = false;
+    if (m_connection->m_session) m_connection->m_session->Report(INTERNET_STATUS_HANDLE_CLOSING, {});
+  }
+}
+
+}  // namespace ftpzn::inet

@@ -1,0 +1,291 @@
+// The dispatcher over the listing families, and the helpers they share.
+#include "inet/listing.h"
+
+#include <algorithm>
+#include <array>
+#include <ctime>
+#include <string>
+#include <unordered_map>
+#include <utility>
+
+#include "inet/listparse.h"
+
+namespace ftpzn::inet {
+
+namespace {
+
+// Ordered by how cheaply and how surely a family rejects a foreign line: each
+// parser checks a fixed shape (permission column, DOS date, '+' fact list)
+// before it takes anything.
+constexpr std::array<listparse::ParseFn, 8> kListParsers = {
+    listparse::ParseUnixLine,    listparse::ParseDosLine, listparse::ParseEplfLine,  listparse::ParseVmsLine,
+    listparse::ParseNetwareLine, listparse::ParseOs2Line, listparse::ParseOs400Line, listparse::ParseMvsLine,
+};
+
+}  // namespace
+
+bool ParseListLine(std::string_view line, const ListClock& clock, FtpListEntry& out) {
+  auto stripped = listparse::StripLineEnd(line);
+  if (!stripped || stripped->empty()) return false;
+  for (auto parse : kListParsers) {
+    FtpListEntry entry;
+    if (parse(*stripped, clock, entry)) {
+      out = std::move(entry);
+      return true;
+    }
+  }
+  return false;
+}
+
+}  // namespace ftpzn::inet
+
+namespace ftpzn::inet::listparse {
+
+bool IsBlank(char c) { return c == ' ' || c == '\t'; }
+
+TokenList Tokenize(std::string_view line, size_t maxTokens) {
+  TokenList tokens;
+  maxTokens = std::min(maxTokens, TokenList::kCapacity);
+  size_t i = 0;
+  while (i < line.size() && tokens.size() < maxTokens) {
+    while (i < line.size() && IsBlank(line[i])) ++i;
+    if (i == line.size()) break;
+    size_t begin = i;
+    while (i < line.size() && !IsBlank(line[i])) ++i;
+    tokens.push_back({line.substr(begin, i - begin), begin, i});
+  }
+  return tokens;
+}
+
+std::optional<std::string_view> StripLineEnd(std::string_view line) {
+  while (!line.empty() && (line.back() == '\n' || line.back() == '\r')) line.remove_suffix(1);
+  for (char c : line)
+    if (c == '\0' || c == '\r' || c == '\n') return std::nullopt;
+  return line;
+}
+
+bool IsDigits(std::string_view s) {
+  if (s.empty()) return false;
+  for (char c : s)
+    if (c < '0' || c > '9') return false;
+  return true;
+}
+
+bool ParseUint(std::string_view s, uint64_t& out) {
+  if (!IsDigits(s)) return false;
+  uint64_t value = 0;
+  for (char c : s) {
+    uint64_t digit = static_cast<uint64_t>(c - '0');
+    if (value > (UINT64_MAX - digit) / 10) return false;
+    value = value * 10 + digit;
+  }
+  out = value;
+  return true;
+}
+
+bool ParseInt(std::string_view s, int& out) {
+  uint64_t value = 0;
+  if (s.size() > 9 || !ParseUint(s, value)) return false;
+  out = static_cast<int>(value);
+  return true;
+}
+
+namespace {
+
+// Lower-cases ASCII and the two-byte UTF-8 letters month names use (Latin-1,
+// Latin Extended-A, Cyrillic); anything else is kept.
+std::string FoldCase(std::string_view word) {
+  std::string folded;
+  folded.reserve(word.size());
+  for (size_t i = 0; i < word.size(); ++i) {
+    unsigned char c = static_cast<unsigned char>(word[i]);
+    if (c < 0x80) {
+      folded += static_cast<char>(c >= 'A' && c <= 'Z' ? c + 32 : c);
+      continue;
+    }
+    unsigned char next = i + 1 < word.size() ? static_cast<unsigned char>(word[i + 1]) : 0;
+    if (c < 0xC2 || c > 0xDF || (next & 0xC0) != 0x80) {
+      folded += static_cast<char>(c);
+      continue;
+    }
+    char32_t cp = (static_cast<char32_t>(c & 0x1F) << 6) | (next & 0x3F);
+    ++i;
+    if ((cp >= 0xC0 && cp <= 0xDE && cp != 0xD7) || (cp >= 0x410 && cp <= 0x42F)) {
+      cp += 0x20;
+    } else if (cp >= 0x400 && cp <= 0x40F) {
+      cp += 0x50;
+    } else if (cp >= 0x100 && cp <= 0x17F) {
+      // Latin Extended-A pairs upper and lower case on neighbouring points;
+      // which of the two is upper flips in the 0x139..0x148 and 0x179..0x17E runs.
+      bool oddUpper = (cp >= 0x139 && cp <= 0x148) || (cp >= 0x179 && cp <= 0x17E);
+      if ((cp % 2 == 1) == oddUpper && cp != 0x138 && cp != 0x149 && cp != 0x17F) cp += 1;
+    }
+    folded += static_cast<char>(0xC0 | (cp >> 6));
+    folded += static_cast<char>(0x80 | (cp & 0x3F));
+  }
+  return folded;
+}
+
+// Month words, January to December on each row ("-" where a row has no word
+// of its own): the abbreviations the C libraries of common FTP hosts print
+// for "%b" in each locale, and the older or written-out forms some servers
+// use. No word means different months in two rows; a word that could be two
+// months ("jui" for juin or juillet) is left out.
+constexpr std::string_view kMonthRows[] = {
+    "jan feb mar apr may jun jul aug sep oct nov dec",         // English
+    "- - - april - juni juli - sept - - -",                    // written out (de, nl, sv, da, no)
+    "jän - mär - mai - - - - okt - dez",                       // German
+    "- - mrz - - - - - - - - -",                               // German, older
+    "- - märz - - - - - - - - -",                              // German, written out
+    "janv févr mars avr mai juin juil août sept oct nov déc",  // French
+    "- fév - avril - - - aoû - - - -",                         // French, other forms
+    "- fevr - - - - - aout - - - -",                           // French, without accents
+    "ene feb mar abr may jun jul ago sep oct nov dic",         // Spanish
+    "gen feb mar apr mag giu lug ago set ott nov dic",         // Italian
+    "jan feb mrt apr mei jun jul aug sep okt nov dec",         // Dutch
+    "jan feb mar apr maj jun jul aug sep okt nov dec",         // Swedish, Danish
+    "- - - - - - - - - - - des",                               // Norwegian
+    "jan fev mar abr mai jun jul ago set out nov dez",         // Portuguese
+    "sty lut mar kwi maj cze lip sie wrz paź lis gru",         // Polish
+    "led úno bře dub kvě čen čec srp zář říj lis pro",         // Czech
+    "- - - - - čvn čvc - - - - -",                             // Czech, older
+    "jan febr márc ápr máj jún júl aug szept okt nov dec",     // Hungarian
+    "oca şub mar nis may haz tem ağu eyl eki kas ara",         // Turkish
+    "янв фев мар апр май июн июл авг сен окт ноя дек",         // Russian
+    "- февр марта - мая июня июля - сент - нояб -",            // Russian, genitive
+    "січ лют бер кві тра чер лип сер вер жов лис гру",         // Ukrainian
+};
+
+// The words of kMonthRows, folded, to their month.
+const std::unordered_map<std::string, int>& MonthWords() {
+  static const std::unordered_map<std::string, int> words = [] {
+    std::unordered_map<std::string, int> map;
+    for (std::string_view row : kMonthRows) {
+      int month = 1;
+      for (const Token& word : Tokenize(row)) {
+        if (word.text != "-") map.emplace(FoldCase(word.text), month);
+        ++month;
+      }
+    }
+    return map;
+  }();
+  return words;
+}
+
+}  // namespace
+
+int MonthFromName(std::string_view word) {
+  if (!word.empty() && word.back() == '.') word.remove_suffix(1);
+  if (word.empty() || word.size() > 12) return 0;
+  // "1月" .. "12月": Japanese, Chinese and Korean ("월") locales. Every other
+  // month word starts with a letter, so the numeric columns stop here.
+  if (word[0] >= '0' && word[0] <= '9') {
+    for (std::string_view suffix : {std::string_view("\xE6\x9C\x88"), std::string_view("\xEC\x9B\x94")}) {
+      int month = 0;
+      if (word.ends_with(suffix) && ParseInt(word.substr(0, word.size() - suffix.size()), month) &&
+          month >= 1 && month <= 12)
+        return month;
+    }
+    return 0;
+  }
+  const auto& words = MonthWords();
+  auto it = words.find(FoldCase(word));
+  return it != words.end() ? it->second : 0;
+}
+
+bool ParseTimeOfDay(std::string_view s, TimeOfDay& out) {
+  if (s.size() < 4 || s.size() > 20) return false;
+  size_t colon = s.find(':');
+  if (colon == std::string_view::npos || colon == 0 || colon > 2) return false;
+  TimeOfDay t;
+  if (!ParseInt(s.substr(0, colon), t.hour)) return false;
+  std::string_view rest = s.substr(colon + 1);
+  if (rest.size() < 2 || !ParseInt(rest.substr(0, 2), t.minute)) return false;
+  rest.remove_prefix(2);
+  if (!rest.empty()) {
+    if (rest[0] != ':' || rest.size() < 3 || !ParseInt(rest.substr(1, 2), t.second)) return false;
+    rest.remove_prefix(3);
+    if (!rest.empty() && (rest[0] != '.' || !IsDigits(rest.substr(1)))) return false;
+  }
+  if (t.hour > 23 || t.minute > 59 || t.second > 60) return false;
+  out = t;
+  return true;
+}
+
+bool IsValidDate(int year, int month, int day) {
+  static constexpr int kDays[] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+  if (year < 1900 || year > 9999 || month < 1 || month > 12 || day < 1) return false;
+  bool leap = (year % 4 == 0 && year % 100 != 0) || year % 400 == 0;
+  return day <= kDays[month - 1] + (month == 2 && leap ? 1 : 0);
+}
+
+// Days from 1970-01-01 of a proleptic Gregorian date (the well-known
+// era-based algorithm, exact for any year).
+int64_t UnixFromCivil(int year, int month, int day, int hour, int minute, int second) {
+  int64_t y = year - (month <= 2 ? 1 : 0);
+  int64_t era = (y >= 0 ? y : y - 399) / 400;
+  int64_t yoe = y - era * 400;
+  int64_t doy = (153 * (month + (month > 2 ? -3 : 9)) + 2) / 5 + day - 1;
+  int64_t doe = yoe * 365 + yoe / 4 - yoe / 100 + doy;
+  int64_t days = era * 146097 + doe - 719468;
+  return days * 86400 + hour * 3600 + minute * 60 + second;
+}
+
+void CivilFromUnix(int64_t unixTime, int& year, int& month, int& day) {
+  int64_t z = (unixTime >= 0 ? unixTime : unixTime - 86399) / 86400 + 719468;
+  int64_t era = (z >= 0 ? z : z - 146096) / 146097;
+  int64_t doe = z - era * 146097;
+  int64_t yoe = (doe - doe / 1460 + doe / 36524 - doe / 146096) / 365;
+  int64_t doy = doe - (365 * yoe + yoe / 4 - yoe / 100);
+  int64_t mp = (5 * doy + 2) / 153;
+  day = static_cast<int>(doy - (153 * mp + 2) / 5 + 1);
+  month = static_cast<int>(mp < 10 ? mp + 3 : mp - 9);
+  year = static_cast<int>(yoe + era * 400 + (month <= 2 ? 1 : 0));
+}
+
+int64_t ClockNow(const ListClock& clock) {
+  return clock.nowUnix != 0 ? clock.nowUnix : static_cast<int64_t>(std::time(nullptr));
+}
+
+int YearForYearlessDate(const ListClock& clock, int month, int day, const TimeOfDay& time) {
+  constexpr int64_t kSixMonths = 183 * 86400;
+  int64_t now = ClockNow(clock);
+  int year = 0, nowMonth = 0, nowDay = 0;
+  CivilFromUnix(now, year, nowMonth, nowDay);
+  // 29 February is compared as 28 February and then moved to the leap year
+  // before, which is the only year it can belong to.
+  int checkDay = IsValidDate(year, month, day) ? day : day - 1;
+  int64_t candidate = UnixFromCivil(year, month, checkDay, time.hour, time.minute, time.second);
+  if (candidate - now > kSixMonths) --year;
+  for (int back = 0; back < 8 && !IsValidDate(year, month, day); ++back) --year;
+  return year;
+}
+
+int ExpandTwoDigitYear(int yy) { return yy < 70 ? 2000 + yy : 1900 + yy; }
+
+bool ParseNumericDate(std::string_view t, int& year, int& month, int& day) {
+  if (t.size() < 8 || t.size() > 10) return false;
+  char sep = t.find('-') != std::string_view::npos ? '-' : t.find('/') != std::string_view::npos ? '/' : '.';
+  size_t a = t.find(sep);
+  size_t b = a == std::string_view::npos ? a : t.find(sep, a + 1);
+  if (b == std::string_view::npos) return false;
+  int f1 = 0, f2 = 0, f3 = 0;
+  std::string_view s1 = t.substr(0, a), s2 = t.substr(a + 1, b - a - 1), s3 = t.substr(b + 1);
+  if (s2.empty() || s2.size() > 2 || !ParseInt(s1, f1) || !ParseInt(s2, f2) || !ParseInt(s3, f3))
+    return false;
+  if (s1.size() == 4 && s3.size() <= 2) {
+    year = f1;
+    month = f2;
+    day = f3;
+  } else if (s1.size() <= 2 && (s3.size() == 2 || s3.size() == 4)) {
+    year = s3.size() == 2 ? ExpandTwoDigitYear(f3) : f3;
+    month = f1;
+    day = f2;
+    if (month > 12 && day <= 12) std::swap(month, day);
+  } else {
+    return false;
+  }
+  return IsValidDate(year, month, day);
+}
+
+}  // namespace ftpzn::inet::listparse

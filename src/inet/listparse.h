@@ -1,0 +1,96 @@
+// Shared pieces of the listing parsers: the per-family parse functions the
+// dispatcher tries in order, and the token, number and date helpers they all
+// need. Internal to the listing library.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <optional>
+#include <string_view>
+
+#include "inet/listing.h"
+
+namespace ftpzn::inet::listparse {
+
+using ParseFn = bool (*)(std::string_view line, const ListClock& clock, FtpListEntry& out);
+
+bool ParseUnixLine(std::string_view line, const ListClock& clock, FtpListEntry& out);
+bool ParseDosLine(std::string_view line, const ListClock& clock, FtpListEntry& out);
+bool ParseEplfLine(std::string_view line, const ListClock& clock, FtpListEntry& out);
+bool ParseVmsLine(std::string_view line, const ListClock& clock, FtpListEntry& out);
+bool ParseNetwareLine(std::string_view line, const ListClock& clock, FtpListEntry& out);
+bool ParseOs2Line(std::string_view line, const ListClock& clock, FtpListEntry& out);
+bool ParseOs400Line(std::string_view line, const ListClock& clock, FtpListEntry& out);
+bool ParseMvsLine(std::string_view line, const ListClock& clock, FtpListEntry& out);
+
+// A whitespace-separated word and where it sits in the line, so a parser can
+// take the rest of the line (a name with spaces) from a known column.
+struct Token {
+  std::string_view text;
+  size_t begin = 0;
+  size_t end = 0;
+};
+
+// The words of one line, without a heap allocation: no listing family needs
+// more than the first sixteen (the name is taken from the line itself).
+class TokenList {
+ public:
+  static constexpr size_t kCapacity = 16;
+  size_t size() const { return m_count; }
+  const Token& operator[](size_t i) const { return m_tokens[i]; }
+  const Token* begin() const { return m_tokens.data(); }
+  const Token* end() const { return m_tokens.data() + m_count; }
+  void push_back(const Token& token) { m_tokens[m_count++] = token; }
+
+ private:
+  std::array<Token, kCapacity> m_tokens{};
+  size_t m_count = 0;
+};
+
+// Splits on blanks and tabs; at most maxTokens words (at most kCapacity).
+TokenList Tokenize(std::string_view line, size_t maxTokens = TokenList::kCapacity);
+
+// The line without its line end (CR, LF or both); nullopt for a line that
+// still holds a NUL, CR or LF: the name would be damaged, so no parser takes it.
+std::optional<std::string_view> StripLineEnd(std::string_view line);
+
+bool IsBlank(char c);
+bool IsDigits(std::string_view s);
+// Decimal without sign; false on overflow or any other character.
+bool ParseUint(std::string_view s, uint64_t& out);
+bool ParseInt(std::string_view s, int& out);
+
+// Month 1..12 from an abbreviated or short name in English or one of the
+// common locales servers list in (German, French, Spanish, Italian, Dutch,
+// Swedish, Polish, Russian, ...), any case, with or without a trailing dot;
+// 0 when the word is no month.
+int MonthFromName(std::string_view word);
+
+struct TimeOfDay {
+  int hour = 0;
+  int minute = 0;
+  int second = 0;
+};
+// "HH:MM" or "HH:MM:SS" (also with a fraction "HH:MM:SS.sss").
+bool ParseTimeOfDay(std::string_view s, TimeOfDay& out);
+
+bool IsValidDate(int year, int month, int day);
+// Seconds since 1970 of a UTC calendar time; the caller has checked the fields.
+int64_t UnixFromCivil(int year, int month, int day, int hour, int minute, int second);
+// Year, month and day of a UTC Unix time.
+void CivilFromUnix(int64_t unixTime, int& year, int& month, int& day);
+
+int64_t ClockNow(const ListClock& clock);
+// The year of a date listed without one: this year when the date is at most
+// six months ahead of now, else last year (a listing shows the time instead
+// of the year only for recent files).
+int YearForYearlessDate(const ListClock& clock, int month, int day, const TimeOfDay& time);
+
+// Two-digit years as DOS-style listings print them.
+int ExpandTwoDigitYear(int yy);
+
+// "MM-DD-YY", "MM-DD-YYYY", "YYYY-MM-DD" with '-', '/' or '.' between the
+// fields; month first unless the first field cannot be a month.
+bool ParseNumericDate(std::string_view t, int& year, int& month, int& day);
+
+}  // namespace ftpzn::inet::listparse

@@ -1,0 +1,313 @@
+// Unix "ls -l" lines, as most servers send them:
+//   drwxr-xr-x   2 user group   4096 Jan 10 12:00 name
+//   -rw-r--r--   1 user        12345 Mar  3  2021 name with spaces
+//   lrwxrwxrwx   1 0    0          7 Jan 10 12:00 link -> target
+//   crw-rw-rw-   1 root root   1,   3 Jan 10 12:00 null
+// with or without the group, numeric ids, localised month names ("10. Mär",
+// "janv. 10", " 1月 10") and ISO dates (--time-style=long-iso, full-iso).
+#include <span>
+#include <string>
+#include <string_view>
+
+#include "inet/listparse.h"
+
+namespace ftpzn::inet::listparse {
+
+namespace {
+
+bool IsPermissionColumn(std::string_view t) {
+  if (t.size() < 10 || t.size() > 11) return false;
+  // Type letters: file, directory, link, devices, fifo, socket, Solaris door,
+  // HP-UX network special.
+  if (std::string_view("-dlcbpsDn").find(t[0]) == std::string_view::npos) return false;
+  for (size_t i = 1; i < 10; ++i)
+    if (std::string_view("rwxsStTlL-").find(t[i]) == std::string_view::npos) return false;
+  // ACL, extended attribute or security-context marker.
+  return t.size() == 10 || std::string_view("+@.").find(t[10]) != std::string_view::npos;
+}
+
+bool ParseDay(std::string_view t, int& day) {
+  if (!t.empty() && t.back() == '.') t.remove_suffix(1);
+  return t.size() <= 2 && ParseInt(t, day) && day >= 1 && day <= 31;
+}
+
+bool ParseYear(std::string_view t, int& year) {
+  return t.size() == 4 && ParseInt(t, year) && year >= 1900 && year <= 2999;
+}
+
+// Where the date sits and what it says; mtime is set by the caller once the
+// year is known.
+struct DateMatch {
+  int year = 0;  // 0: listed without a year
+  int month = 0;
+  int day = 0;
+  TimeOfDay time;
+  int64_t zoneOffset = 0;  // seconds east of UTC (full-iso only)
+  size_t lastToken = 0;
+  // How many blanks between the date and the name are separators. ls pads
+  // its date column and follows it by one blank, so further blanks belong to
+  // the name; where the layout is not known, all blanks are skipped.
+  size_t separatorBlanks = 1;
+};
+
+constexpr size_t kAnyBlanks = static_cast<size_t>(-1);
+
+bool ParseZone(std::string_view t, int64_t& offset) {
+  int hhmm = 0;
+  if (t.size() != 5 || (t[0] != '+' && t[0] != '-') || !ParseInt(t.substr(1), hhmm)) return false;
+  int hours = hhmm / 100, minutes = hhmm % 100;
+  if (hours > 14 || minutes > 59) return false;
+  offset = (t[0] == '-' ? -1 : 1) * static_cast<int64_t>(hours * 3600 + minutes * 60);
+  return true;
+}
+
+bool ParseIsoDate(std::string_view t, int& year, int& month, int& day) {
+  return t.size() == 10 && t[4] == '-' && t[7] == '-' && ParseInt(t.substr(0, 4), year) &&
+         ParseInt(t.substr(5, 2), month) && ParseInt(t.substr(8, 2), day) && IsValidDate(year, month, day);
+}
+
+// "HH:MM", "HH:MM:SS", and "HH.MM" as Italian, Swedish, Czech and Hungarian
+// locales print the time.
+bool ParseListTime(std::string_view t, TimeOfDay& time) {
+  if (t.size() == 5 && t[2] == '.') {
+    std::string colon(t);
+    colon[2] = ':';
+    return ParseTimeOfDay(colon, time);
+  }
+  return t.size() <= 8 && ParseTimeOfDay(t, time);
+}
+
+// The time-or-year column after month and day.
+bool ParseTimeOrYear(const TokenList& tok, size_t at, DateMatch& m) {
+  if (at >= tok.size()) return false;
+  std::string_view t = tok[at].text;
+  m.lastToken = at;
+  if (ParseYear(t, m.year)) {
+    // Two blanks before a year mean ls's five-character column.
+    bool padded = tok[at].begin >= 2 && tok[at].begin - 2 >= tok[at - 1].end;
+    m.separatorBlanks = padded ? 1 : kAnyBlanks;
+    return true;
+  }
+  if (!ParseListTime(t, m.time)) return false;
+  m.separatorBlanks = t.size() == 5 ? 1 : kAnyBlanks;
+  // BSD "ls -lT": "Jan 10 12:00:00 2024".
+  if (t.size() == 8 && at + 1 < tok.size() && ParseYear(tok[at + 1].text, m.year)) {
+    m.lastToken = at + 1;
+    m.separatorBlanks = 1;
+  }
+  return true;
+}
+
+// "2024-01-10 12:00" (long-iso), "2024-01-10 12:00:00.000000000 +0100"
+// (full-iso).
+bool MatchIsoDate(const TokenList& tok, size_t i, DateMatch& m) {
+  if (i + 1 >= tok.size() || !ParseIsoDate(tok[i].text, m.year, m.month, m.day) ||
+      !ParseTimeOfDay(tok[i + 1].text, m.time))
+    return false;
+  m.lastToken = i + 1;
+  if (i + 2 < tok.size() && ParseZone(tok[i + 2].text, m.zoneOffset)) m.lastToken = i + 2;
+  return true;
+}
+
+// "Jan 10 12:00", "janv. 10  2024", " 1月 10 12:00".
+bool MatchMonthDay(const TokenList& tok, size_t i, DateMatch& m) {
+  return i + 2 < tok.size() && (m.month = MonthFromName(tok[i].text)) != 0 &&
+         ParseDay(tok[i + 1].text, m.day) && ParseTimeOrYear(tok, i + 2, m);
+}
+
+// "10. Mär 12:00", "10 déc.  2023", "10 мая 12:00".
+bool MatchDayMonth(const TokenList& tok, size_t i, DateMatch& m) {
+  return i + 2 < tok.size() && ParseDay(tok[i].text, m.day) &&
+         (m.month = MonthFromName(tok[i + 1].text)) != 0 && ParseTimeOrYear(tok, i + 2, m);
+}
+
+// Czech: "15.\u00A0led  2026", day and month joined by a no-break space.
+bool MatchDayMonthJoined(const TokenList& tok, size_t i, DateMatch& m) {
+  constexpr std::string_view kNoBreakSpace = "\xC2\xA0";
+  std::string_view t = tok[i].text;
+  size_t nbsp = t.find(kNoBreakSpace);
+  return nbsp != std::string_view::npos && ParseDay(t.substr(0, nbsp), m.day) &&
+         (m.month = MonthFromName(t.substr(nbsp + kNoBreakSpace.size()))) != 0 &&
+         ParseTimeOrYear(tok, i + 1, m);
+}
+
+// Hungarian: "2025 dec   15" (older files; recent ones are "nov   21 06.17").
+bool MatchYearMonthDay(const TokenList& tok, size_t i, DateMatch& m) {
+  if (i + 2 >= tok.size() || !ParseYear(tok[i].text, m.year) ||
+      (m.month = MonthFromName(tok[i + 1].text)) == 0 || !ParseDay(tok[i + 2].text, m.day))
+    return false;
+  m.lastToken = i + 2;
+  return true;
+}
+
+// Finnish: "21.11. 06:17", "15.12.  2025", "15. 1.  2026".
+bool MatchNumericDayMonth(const TokenList& tok, size_t i, DateMatch& m) {
+  std::string_view t = tok[i].text;
+  size_t dot = t.find('.');
+  if (dot == std::string_view::npos || t.back() != '.') return false;
+  if (dot + 1 < t.size()) {
+    if (!ParseDay(t.substr(0, dot), m.day) || !ParseInt(t.substr(dot + 1, t.size() - dot - 2), m.month))
+      return false;
+    ++i;
+  } else {
+    if (i + 1 >= tok.size() || !ParseDay(t, m.day)) return false;
+    std::string_view next = tok[i + 1].text;
+    if (next.size() < 2 || next.size() > 3 || next.back() != '.' ||
+        !ParseInt(next.substr(0, next.size() - 1), m.month))
+      return false;
+    i += 2;
+  }
+  return m.month >= 1 && m.month <= 12 && ParseTimeOrYear(tok, i, m);
+}
+
+// Polish: "2019-01-05" without a time for older files, "11-21 06:17" for
+// recent ones; the older form is padded to the width of the recent one.
+bool MatchNumericIso(const TokenList& tok, size_t i, DateMatch& m) {
+  std::string_view t = tok[i].text;
+  if (ParseIsoDate(t, m.year, m.month, m.day)) {
+    m.lastToken = i;
+    m.separatorBlanks = 2;
+    return true;
+  }
+  if (t.size() != 5 || t[2] != '-' || !ParseInt(t.substr(0, 2), m.month) || !ParseInt(t.substr(3), m.day) ||
+      m.month < 1 || m.month > 12 || m.day < 1 || m.day > 31 || i + 1 >= tok.size())
+    return false;
+  std::string_view time = tok[i + 1].text;
+  m.lastToken = i + 1;
+  return time.size() == 5 && ParseListTime(time, m.time);
+}
+
+// Chinese, Japanese and Korean dates with unit signs: "2025年12月15日",
+// "2026年 1月15日", "11月21日 06:17", "2019년  1월  5일", "11월 21일  06:17".
+bool MatchCjkDate(const TokenList& tok, size_t i, DateMatch& m) {
+  static constexpr std::string_view kSigns[3][2] = {
+      {"\xE5\xB9\xB4", "\xEB\x85\x84"},  // year
+      {"\xE6\x9C\x88", "\xEC\x9B\x94"},  // month
+      {"\xE6\x97\xA5", "\xEC\x9D\xBC"},  // day
+  };
+  int fields[3] = {0, 0, 0};  // year, month, day, in this order
+  int next = 0;
+  size_t k = i;
+  for (; k < tok.size() && k < i + 3 && fields[2] == 0; ++k) {
+    std::string_view t = tok[k].text;
+    while (!t.empty()) {
+      size_t digits = 0;
+      while (digits < t.size() && digits < 4 && t[digits] >= '0' && t[digits] <= '9') ++digits;
+      int value = 0;
+      if (digits == 0 || !ParseInt(t.substr(0, digits), value)) return false;
+      t.remove_prefix(digits);
+      int field = -1;
+      for (int f = next; f < 3 && field < 0; ++f) {
+        for (std::string_view sign : kSigns[f]) {
+          if (t.starts_with(sign)) {
+            field = f;
+            t.remove_prefix(sign.size());
+            break;
+          }
+        }
+      }
+      if (field < 0) return false;
+      fields[field] = value;
+      next = field + 1;
+    }
+  }
+  if (fields[1] < 1 || fields[1] > 12 || fields[2] < 1 || fields[2] > 31) return false;
+  m.year = fields[0];
+  m.month = fields[1];
+  m.day = fields[2];
+  if (m.year != 0) {
+    m.lastToken = k - 1;
+    return m.year >= 1900;
+  }
+  m.lastToken = k;
+  return k < tok.size() && ParseListTime(tok[k].text, m.time);
+}
+
+using DateMatcher = bool (*)(const TokenList&, size_t, DateMatch&);
+// The forms of English and most European locales are looked for first,
+// across all columns; only a line none of them fits is read in the rarer
+// forms, so that a group or size that looks like a year cannot mislead.
+constexpr DateMatcher kCommonForms[] = {MatchMonthDay, MatchDayMonth, MatchIsoDate};
+constexpr DateMatcher kRareForms[] = {MatchYearMonthDay, MatchNumericDayMonth, MatchNumericIso, MatchCjkDate,
+                                      MatchDayMonthJoined};
+
+bool IsDeviceMajor(std::string_view t) {
+  return t.size() >= 2 && t.back() == ',' && IsDigits(t.substr(0, t.size() - 1));
+}
+
+bool IsDevicePair(std::string_view t) {
+  size_t comma = t.find(',');
+  return comma != std::string_view::npos && IsDigits(t.substr(0, comma)) && IsDigits(t.substr(comma + 1));
+}
+
+// The size column right before the date: a byte count, or a device's
+// "major, minor" (listed as size 0).
+bool SizeBefore(const TokenList& tok, size_t dateAt, uint64_t& size) {
+  std::string_view before = tok[dateAt - 1].text;
+  if (ParseUint(before, size)) {
+    if (!IsDeviceMajor(tok[dateAt - 2].text)) return true;
+    size = 0;
+    return dateAt - 2 >= 2;
+  }
+  size = 0;
+  return IsDevicePair(before);
+}
+
+}  // namespace
+
+bool ParseUnixLine(std::string_view line, const ListClock& clock, FtpListEntry& out) {
+  TokenList tok = Tokenize(line, 16);
+  if (tok.size() < 6 || !IsPermissionColumn(tok[0].text)) return false;
+
+  // The date is found first: the size is the column right before it, and
+  // everything between the permissions and the size is links, owner and group
+  // (any of which a server may leave out).
+  constexpr size_t kFirstDateToken = 3;
+  constexpr size_t kLastDateToken = 9;
+  DateMatch m;
+  size_t dateAt = 0;
+  uint64_t size = 0;
+  for (std::span<const DateMatcher> forms :
+       {std::span<const DateMatcher>(kCommonForms), std::span<const DateMatcher>(kRareForms)}) {
+    for (size_t i = kFirstDateToken; dateAt == 0 && i <= kLastDateToken && i < tok.size(); ++i) {
+      for (DateMatcher match : forms) {
+        DateMatch candidate;
+        if (!match(tok, i, candidate) || !SizeBefore(tok, i, size)) continue;
+        m = candidate;
+        dateAt = i;
+        break;
+      }
+    }
+    if (dateAt != 0) break;
+  }
+  if (dateAt == 0 || m.lastToken + 1 >= tok.size()) return false;
+
+  size_t nameStart = tok[m.lastToken].end;
+  for (size_t skipped = 0; skipped < m.separatorBlanks && nameStart < line.size() && IsBlank(line[nameStart]);
+       ++skipped)
+    ++nameStart;
+  std::string_view name = line.substr(nameStart);
+  if (name.empty()) return false;
+
+  FtpListEntry entry;
+  char type = tok[0].text[0];
+  entry.kind = type == 'd'   ? FtpListEntry::Kind::Directory
+               : type == 'l' ? FtpListEntry::Kind::Link
+                             : FtpListEntry::Kind::File;
+  if (entry.kind == FtpListEntry::Kind::Link) {
+    size_t arrow = name.find(" -> ");
+    if (arrow != std::string_view::npos && arrow > 0) {
+      entry.linkTarget = std::string(name.substr(arrow + 4));
+      name = name.substr(0, arrow);
+    }
+  }
+  entry.name = std::string(name);
+  entry.size = size;
+  int year = m.year != 0 ? m.year : YearForYearlessDate(clock, m.month, m.day, m.time);
+  if (!IsValidDate(year, m.month, m.day)) return false;
+  entry.mtime = UnixFromCivil(year, m.month, m.day, m.time.hour, m.time.minute, m.time.second) - m.zoneOffset;
+  out = std::move(entry);
+  return true;
+}
+
+}  // namespace ftpzn::inet::listparse

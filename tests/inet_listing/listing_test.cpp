@@ -1,0 +1,507 @@
+// Listing lines of every family, as real servers print them, against the
+// entries they must give; then all lines in one stream, and random damage.
+#include "inet/listing.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <ctime>
+#include <random>
+#include <string>
+#include <vector>
+
+using ftpzn::inet::FtpListEntry;
+using ftpzn::inet::ListClock;
+using ftpzn::inet::ParseListLine;
+using ftpzn::inet::ParseMlsdLine;
+using Kind = FtpListEntry::Kind;
+
+namespace {
+
+// "YYYY-MM-DD HH:MM:SS" UTC through the C library, independent of the parser's
+// own calendar code.
+int64_t Utc(const char* text) {
+  std::tm tm{};
+  if (std::sscanf(text, "%d-%d-%d %d:%d:%d", &tm.tm_year, &tm.tm_mon, &tm.tm_mday, &tm.tm_hour, &tm.tm_min,
+                  &tm.tm_sec) != 6)
+    ADD_FAILURE() << "bad expected time " << text;
+  tm.tm_year -= 1900;
+  tm.tm_mon -= 1;
+  return static_cast<int64_t>(timegm(&tm));
+}
+
+// Saturday 15 June 2024, noon UTC.
+const ListClock kClock{Utc("2024-06-15 12:00:00")};
+
+struct Case {
+  const char* label;
+  std::string line;
+  bool accepted;
+  std::string name;
+  Kind kind = Kind::File;
+  uint64_t size = 0;
+  const char* mtime = nullptr;  // nullptr: unknown
+  std::string target = {};
+};
+
+Case Reject(const char* label, std::string line) { return {label, std::move(line), false, {}}; }
+
+void CheckCase(const Case& c, bool accepted, const FtpListEntry& e) {
+  SCOPED_TRACE(std::string(c.label) + ": \"" + c.line + "\"");
+  ASSERT_EQ(accepted, c.accepted);
+  if (!c.accepted) return;
+  EXPECT_EQ(e.name, c.name);
+  EXPECT_EQ(e.kind, c.kind);
+  EXPECT_EQ(e.size, c.size);
+  EXPECT_EQ(e.linkTarget, c.target);
+  if (c.mtime) {
+    ASSERT_TRUE(e.mtime.has_value());
+    EXPECT_EQ(*e.mtime, Utc(c.mtime)) << "expected " << c.mtime;
+  } else {
+    EXPECT_FALSE(e.mtime.has_value());
+  }
+}
+
+const std::vector<Case>& UnixCases() {
+  static const std::vector<Case> cases = {
+      {"vsftpd numeric ids", "-rw-r--r--    1 1000     1000         1234 Jan 10 12:00 file.txt", true,
+       "file.txt", Kind::File, 1234, "2024-01-10 12:00:00"},
+      {"directory", "drwxr-xr-x   2 0        0            4096 May  5 09:07 pub", true, "pub",
+       Kind::Directory, 4096, "2024-05-05 09:07:00"},
+      {"year-less up to six months ahead stays this year", "-rw-r--r-- 1 u g 1 Nov 20 08:30 soon", true,
+       "soon", Kind::File, 1, "2024-11-20 08:30:00"},
+      {"year-less further ahead is last year", "-rw-r--r-- 1 u g 1 Dec 31 23:59 eve", true, "eve", Kind::File,
+       1, "2023-12-31 23:59:00"},
+      {"year-less today", "-rw-r--r-- 1 u g 1 Jun 15 11:59 now", true, "now", Kind::File, 1,
+       "2024-06-15 11:59:00"},
+      {"with year and spaces in the name",
+       "-rw-r--r--   1 user  group   12345 Mar  3  2021 name with  spaces", true, "name with  spaces",
+       Kind::File, 12345, "2021-03-03 00:00:00"},
+      {"leading blanks of a name after the time", "-rw-r--r-- 1 u g 5 Jan 10 12:00   two leading", true,
+       "  two leading", Kind::File, 5, "2024-01-10 12:00:00"},
+      {"leading blank of a name after a padded year", "-rw-r--r-- 1 u g 5 Mar  3  2021  lead", true, " lead",
+       Kind::File, 5, "2021-03-03 00:00:00"},
+      {"trailing blanks kept", "-rw-r--r-- 1 u g 5 Jan 10 12:00 trail  ", true, "trail  ", Kind::File, 5,
+       "2024-01-10 12:00:00"},
+      {"no group, unpadded year", "-rw-r--r-- 1 ftp 42 Feb 29 2020 leap", true, "leap", Kind::File, 42,
+       "2020-02-29 00:00:00"},
+      {"no links, owner 'folder'", "drwxrwxrwx               folder        2 May 10  1996 network", true,
+       "network", Kind::Directory, 2, "1996-05-10 00:00:00"},
+      {"character device", "crw-rw-rw-   1 root     root       1,   3 Jan 10 12:00 null", true, "null",
+       Kind::File, 0, "2024-01-10 12:00:00"},
+      {"block device, joined numbers", "brw-rw----  1 root disk 8,0 Jan 10 12:00 sda", true, "sda",
+       Kind::File, 0, "2024-01-10 12:00:00"},
+      {"symlink", "lrwxrwxrwx   1 root root 7 Jan 10 12:00 lib -> usr/lib", true, "lib", Kind::Link, 7,
+       "2024-01-10 12:00:00", "usr/lib"},
+      {"symlink with spaces", "lrwxrwxrwx 1 u g 9 Jan 10 12:00 my link -> my target", true, "my link",
+       Kind::Link, 9, "2024-01-10 12:00:00", "my target"},
+      {"arrow in a plain file's name stays", "-rw-r--r-- 1 u g 9 Jan 10 12:00 a -> b", true, "a -> b",
+       Kind::File, 9, "2024-01-10 12:00:00"},
+      {"ACL marker", "-rw-r--r--+ 1 u g 10 Jan 10 12:00 acl", true, "acl", Kind::File, 10,
+       "2024-01-10 12:00:00"},
+      {"size above 4 GiB", "-rw-r--r-- 1 u g 10995116277760 Jan 10 12:00 big", true, "big", Kind::File,
+       10995116277760ull, "2024-01-10 12:00:00"},
+      {"owner named like a month", "-rw-r--r-- 1 mar 10 1234 Jan 10 12:00 x", true, "x", Kind::File, 1234,
+       "2024-01-10 12:00:00"},
+      {"name that looks like a date", "-rw-r--r-- 1 u g 10 Jan 10 12:00 Feb 11  2020", true, "Feb 11  2020",
+       Kind::File, 10, "2024-01-10 12:00:00"},
+      {"dot entry is returned", "drwxr-xr-x 2 u g 4096 Jan 10 12:00 .", true, ".", Kind::Directory, 4096,
+       "2024-01-10 12:00:00"},
+      {"CR at the end", "-rw-r--r-- 1 u g 3 Jan 10 12:00 cr\r", true, "cr", Kind::File, 3,
+       "2024-01-10 12:00:00"},
+      {"long-iso", "-rw-r--r-- 1 u g 10 2023-04-05 06:07 iso name", true, "iso name", Kind::File, 10,
+       "2023-04-05 06:07:00"},
+      {"full-iso with zone", "-rw-r--r-- 1 u g 10 2023-04-05 06:07:08.123456789 +0200 iso", true, "iso",
+       Kind::File, 10, "2023-04-05 04:07:08"},
+      {"BSD -T", "-rw-r--r-- 1 u g 10 Apr  5 06:07:08 2023 bsd", true, "bsd", Kind::File, 10,
+       "2023-04-05 06:07:08"},
+      {"German day first", "-rw-r--r-- 1 u g 10 10. Mär 12:00 datei", true, "datei", Kind::File, 10,
+       "2024-03-10 12:00:00"},
+      {"German month first with year", "-rw-r--r-- 1 u g 10 Okt 10  2022 datei", true, "datei", Kind::File,
+       10, "2022-10-10 00:00:00"},
+      {"German Dez", "-rw-r--r-- 1 u g 10 Dez  1  2022 d", true, "d", Kind::File, 10, "2022-12-01 00:00:00"},
+      {"French month first", "-rw-r--r-- 1 u g 10 févr. 10 12:00 fichier", true, "fichier", Kind::File, 10,
+       "2024-02-10 12:00:00"},
+      {"French day first", "-rw-r--r-- 1 u g 10 10 déc.  2023 fichier", true, "fichier", Kind::File, 10,
+       "2023-12-10 00:00:00"},
+      {"French août", "-rw-r--r-- 1 u g 10 août  1  2023 f", true, "f", Kind::File, 10,
+       "2023-08-01 00:00:00"},
+      {"Spanish", "-rw-r--r-- 1 u g 10 ene 10 12:00 archivo", true, "archivo", Kind::File, 10,
+       "2024-01-10 12:00:00"},
+      {"Spanish dic", "-rw-r--r-- 1 u g 10 10 dic 2022 a", true, "a", Kind::File, 10, "2022-12-10 00:00:00"},
+      {"Italian", "-rw-r--r-- 1 u g 10 10 giu 12:00 file", true, "file", Kind::File, 10,
+       "2024-06-10 12:00:00"},
+      {"Italian ott", "-rw-r--r-- 1 u g 10 ott  3  2022 f", true, "f", Kind::File, 10, "2022-10-03 00:00:00"},
+      {"Dutch", "-rw-r--r-- 1 u g 10 mrt 10 12:00 bestand", true, "bestand", Kind::File, 10,
+       "2024-03-10 12:00:00"},
+      {"Dutch mei", "-rw-r--r-- 1 u g 10 mei  4 10:00 b", true, "b", Kind::File, 10, "2024-05-04 10:00:00"},
+      {"Swedish", "-rw-r--r-- 1 u g 10 10 maj 12:00 fil", true, "fil", Kind::File, 10, "2024-05-10 12:00:00"},
+      {"Polish lower case", "-rw-r--r-- 1 u g 10 paź 10  2023 plik", true, "plik", Kind::File, 10,
+       "2023-10-10 00:00:00"},
+      {"Polish capitalised", "-rw-r--r-- 1 u g 10 Paź 10  2023 plik", true, "plik", Kind::File, 10,
+       "2023-10-10 00:00:00"},
+      {"Polish wrz", "-rw-r--r-- 1 u g 10 wrz 10  2023 p", true, "p", Kind::File, 10, "2023-09-10 00:00:00"},
+      {"Russian", "-rw-r--r-- 1 u g 10 янв 10 12:00 файл", true, "файл", Kind::File, 10,
+       "2024-01-10 12:00:00"},
+      {"Russian capitalised", "-rw-r--r-- 1 u g 10 Дек 10  2022 файл", true, "файл", Kind::File, 10,
+       "2022-12-10 00:00:00"},
+      {"Russian genitive day first", "-rw-r--r-- 1 u g 10 10 мая 12:00 файл", true, "файл", Kind::File, 10,
+       "2024-05-10 12:00:00"},
+      {"Japanese", "-rw-r--r-- 1 u g 10  1月 10 12:00 ファイル", true, "ファイル", Kind::File, 10,
+       "2024-01-10 12:00:00"},
+      // As vsftpd, pure-ftpd and proftpd list them.
+      {"vsftpd: leading blank", "-rw-r--r--    1 65534    0               2 Nov 21 06:22  lead space", true,
+       " lead space", Kind::File, 2, "2024-11-21 06:22:00"},
+      {"vsftpd: zero-padded day", "-rw-r--r--    1 65534    0               0 Mar 04  2019 old.txt", true,
+       "old.txt", Kind::File, 0, "2019-03-04 00:00:00"},
+      {"pure-ftpd: 5 GB file", "-rw-r--r--    1 65534      0          5000000000 Nov 21 06:22 big.bin", true,
+       "big.bin", Kind::File, 5000000000ull, "2024-11-21 06:22:00"},
+      {"proftpd: symlink",
+       "lrwxrwxrwx   1 tester   0               9 Nov 21 06:22 link to plain -> plain.txt", true,
+       "link to plain", Kind::Link, 9, "2024-11-21 06:22:00", "plain.txt"},
+      Reject("total line", "total 123"),
+      Reject("empty", ""),
+      Reject("no name", "-rw-r--r-- 1 u g 10 Jan 10 12:00"),
+      Reject("no name but blanks", "-rw-r--r-- 1 u g 10 Jan 10 12:00 "),
+      Reject("size not a number", "-rw-r--r-- 1 u g ten Jan 10 12:00 x"),
+      Reject("unknown month", "-rw-r--r-- 1 u g 10 Foo 10 12:00 x"),
+      Reject("day 32", "-rw-r--r-- 1 u g 10 Jan 32 12:00 x"),
+      Reject("hour 25", "-rw-r--r-- 1 u g 10 Jan 10 25:00 x"),
+      Reject("30 February", "-rw-r--r-- 1 u g 10 Feb 30  2020 x"),
+      Reject("unknown type letter", "Xrw-r--r-- 1 u g 10 Jan 10 12:00 x"),
+      Reject("bad permission letter", "-rw-r--r-Q 1 u g 10 Jan 10 12:00 x"),
+      Reject("NUL inside", std::string("-rw-r--r-- 1 u g 10 Jan 10 12:00 a\0b", 35)),
+      Reject("CR inside", "-rw-r--r-- 1 u g 10 Jan 10 12:00 a\rb"),
+  };
+  return cases;
+}
+
+// Lines GNU ls printed in each locale (LC_ALL=xx_XX.UTF-8 ls -l) on 21
+// November 2026: a file of 15 June that year, listed with its time, and one
+// of 5 December 2019, listed with its year.
+const std::vector<Case>& LocaleCases() {
+  static const std::vector<Case> cases = {
+      {"German: new 2026-06-15", "-rw-r--r-- 1 root root  0 15. Jun 09:07 new 2026-06-15 09:07", true,
+       "new 2026-06-15 09:07", Kind::File, 0, "2026-06-15 09:07:00"},
+      {"German: old 2019-12-05", "-rw-r--r-- 1 root root  0  5. Dez 2019  old 2019-12-05 00:00", true,
+       "old 2019-12-05 00:00", Kind::File, 0, "2019-12-05 00:00:00"},
+      {"French: new 2026-06-15", "-rw-r--r-- 1 root root  0 15 juin  09:07 new 2026-06-15 09:07", true,
+       "new 2026-06-15 09:07", Kind::File, 0, "2026-06-15 09:07:00"},
+      {"French: old 2019-12-05", "-rw-r--r-- 1 root root  0  5 déc.   2019 old 2019-12-05 00:00", true,
+       "old 2019-12-05 00:00", Kind::File, 0, "2019-12-05 00:00:00"},
+      {"Spanish: new 2026-06-15", "-rw-r--r-- 1 root root  0 jun 15 09:07 new 2026-06-15 09:07", true,
+       "new 2026-06-15 09:07", Kind::File, 0, "2026-06-15 09:07:00"},
+      {"Spanish: old 2019-12-05", "-rw-r--r-- 1 root root  0 dic  5  2019 old 2019-12-05 00:00", true,
+       "old 2019-12-05 00:00", Kind::File, 0, "2019-12-05 00:00:00"},
+      {"Italian: new 2026-06-15", "-rw-r--r-- 1 root root  0 15 giu 09.07 new 2026-06-15 09:07", true,
+       "new 2026-06-15 09:07", Kind::File, 0, "2026-06-15 09:07:00"},
+      {"Italian: old 2019-12-05", "-rw-r--r-- 1 root root  0  5 dic  2019 old 2019-12-05 00:00", true,
+       "old 2019-12-05 00:00", Kind::File, 0, "2019-12-05 00:00:00"},
+      {"Dutch: new 2026-06-15", "-rw-r--r-- 1 root root  0 15 jun 09:07 new 2026-06-15 09:07", true,
+       "new 2026-06-15 09:07", Kind::File, 0, "2026-06-15 09:07:00"},
+      {"Dutch: old 2019-12-05", "-rw-r--r-- 1 root root  0  5 dec  2019 old 2019-12-05 00:00", true,
+       "old 2019-12-05 00:00", Kind::File, 0, "2019-12-05 00:00:00"},
+      {"Swedish: new 2026-06-15", "-rw-r--r-- 1 root root  0 15 jun 09.07 new 2026-06-15 09:07", true,
+       "new 2026-06-15 09:07", Kind::File, 0, "2026-06-15 09:07:00"},
+      {"Swedish: old 2019-12-05", "-rw-r--r-- 1 root root  0  5 dec  2019 old 2019-12-05 00:00", true,
+       "old 2019-12-05 00:00", Kind::File, 0, "2019-12-05 00:00:00"},
+      {"Polish: new 2026-06-15", "-rw-r--r-- 1 root root  0 06-15 09:07 new 2026-06-15 09:07", true,
+       "new 2026-06-15 09:07", Kind::File, 0, "2026-06-15 09:07:00"},
+      {"Polish: old 2019-12-05", "-rw-r--r-- 1 root root  0 2019-12-05  old 2019-12-05 00:00", true,
+       "old 2019-12-05 00:00", Kind::File, 0, "2019-12-05 00:00:00"},
+      {"Russian: new 2026-06-15", "-rw-r--r-- 1 root root  0 июн 15 09:07 new 2026-06-15 09:07", true,
+       "new 2026-06-15 09:07", Kind::File, 0, "2026-06-15 09:07:00"},
+      {"Russian: old 2019-12-05", "-rw-r--r-- 1 root root  0 дек  5  2019 old 2019-12-05 00:00", true,
+       "old 2019-12-05 00:00", Kind::File, 0, "2019-12-05 00:00:00"},
+      {"Czech: new 2026-06-15", "-rw-r--r-- 1 root root  0 15.\u00A0čen 09.07 new 2026-06-15 09:07", true,
+       "new 2026-06-15 09:07", Kind::File, 0, "2026-06-15 09:07:00"},
+      {"Czech: old 2019-12-05", "-rw-r--r-- 1 root root  0  5.\u00A0pro  2019 old 2019-12-05 00:00", true,
+       "old 2019-12-05 00:00", Kind::File, 0, "2019-12-05 00:00:00"},
+      {"Hungarian: new 2026-06-15", "-rw-r--r-- 1 root root  0 jún   15 09.07 new 2026-06-15 09:07", true,
+       "new 2026-06-15 09:07", Kind::File, 0, "2026-06-15 09:07:00"},
+      {"Hungarian: old 2019-12-05", "-rw-r--r-- 1 root root  0 2019 dec    5 old 2019-12-05 00:00", true,
+       "old 2019-12-05 00:00", Kind::File, 0, "2019-12-05 00:00:00"},
+      {"Finnish: new 2026-06-15", "-rw-r--r-- 1 root root  0 15. 6. 09:07 new 2026-06-15 09:07", true,
+       "new 2026-06-15 09:07", Kind::File, 0, "2026-06-15 09:07:00"},
+      {"Finnish: old 2019-12-05", "-rw-r--r-- 1 root root  0  5.12.  2019 old 2019-12-05 00:00", true,
+       "old 2019-12-05 00:00", Kind::File, 0, "2019-12-05 00:00:00"},
+      {"Chinese: new 2026-06-15", "-rw-r--r-- 1 root root  0  6月15日 09:07 new 2026-06-15 09:07", true,
+       "new 2026-06-15 09:07", Kind::File, 0, "2026-06-15 09:07:00"},
+      {"Chinese: old 2019-12-05", "-rw-r--r-- 1 root root  0 2019年12月 5日 old 2019-12-05 00:00", true,
+       "old 2019-12-05 00:00", Kind::File, 0, "2019-12-05 00:00:00"},
+      {"Korean: new 2026-06-15", "-rw-r--r-- 1 root root  0  6월 15일  09:07 new 2026-06-15 09:07", true,
+       "new 2026-06-15 09:07", Kind::File, 0, "2026-06-15 09:07:00"},
+      {"Korean: old 2019-12-05", "-rw-r--r-- 1 root root  0 2019년 12월  5일 old 2019-12-05 00:00", true,
+       "old 2019-12-05 00:00", Kind::File, 0, "2019-12-05 00:00:00"},
+  };
+  return cases;
+}
+
+const ListClock kLocaleClock{Utc("2026-11-21 12:00:00")};
+
+const std::vector<Case>& DosCases() {
+  static const std::vector<Case> cases = {
+      {"IIS directory", "01-10-24  12:00PM       <DIR>          name", true, "name", Kind::Directory, 0,
+       "2024-01-10 12:00:00"},
+      {"IIS file at midnight", "01-10-24  12:00AM                 1234 name.txt", true, "name.txt",
+       Kind::File, 1234, "2024-01-10 00:00:00"},
+      {"afternoon, spaces in name", "01-10-24  01:05PM                 1234 a b.txt", true, "a b.txt",
+       Kind::File, 1234, "2024-01-10 13:05:00"},
+      {"24 hour, four-digit year", "10-31-1999  23:59                 1234 old.txt", true, "old.txt",
+       Kind::File, 1234, "1999-10-31 23:59:00"},
+      {"two-digit year before 70", "02-29-68  07:00AM     1 y", true, "y", Kind::File, 1,
+       "2068-02-29 07:00:00"},
+      {"two-digit year from 70", "02-28-70  07:00AM     1 y", true, "y", Kind::File, 1,
+       "1970-02-28 07:00:00"},
+      {"day first when month cannot be", "31-12-99  23:59      1234 dm.txt", true, "dm.txt", Kind::File, 1234,
+       "1999-12-31 23:59:00"},
+      {"ISO date", "2024-01-10  12:00       <DIR>          iso", true, "iso", Kind::Directory, 0,
+       "2024-01-10 12:00:00"},
+      {"marker as its own word", "01/10/2024  08:15 PM    <DIR>          spaced", true, "spaced",
+       Kind::Directory, 0, "2024-01-10 20:15:00"},
+      {"size with thousands separators", "01/10/2024  08:15 AM         1,234,567 setup.exe", true,
+       "setup.exe", Kind::File, 1234567, "2024-01-10 08:15:00"},
+      {"leading blank after a size", "01-10-24  12:00PM                    5  lead", true, " lead",
+       Kind::File, 5, "2024-01-10 12:00:00"},
+      {"leading blanks after <DIR>", "01-10-24  12:00PM       <DIR>            lead", true, "  lead",
+       Kind::Directory, 0, "2024-01-10 12:00:00"},
+      {"junction", "01/10/2024  08:15 AM    <JUNCTION>     Docs [C:\\Users\\x\\Documents]", true, "Docs",
+       Kind::Link, 0, "2024-01-10 08:15:00", "C:\\Users\\x\\Documents"},
+      {"CR at the end", "01-10-24  12:00PM       <DIR>          d\r", true, "d", Kind::Directory, 0,
+       "2024-01-10 12:00:00"},
+      Reject("13 PM", "01-10-24  01:00XM  5 x"),
+      Reject("hour 13 with a marker", "01-10-24  13:00PM  5 x"),
+      Reject("month and day both above 12", "13-13-24  12:00  5 x"),
+      Reject("volume header", " Volume in drive C is SYSTEM"),
+      Reject("directory header", " Directory of C:\\Users"),
+      Reject("summary", "               3 File(s)        1,234 bytes"),
+      Reject("bad thousands groups", "01-10-24  12:00PM  1,23,4 x"),
+  };
+  return cases;
+}
+
+const std::vector<Case>& OtherCases() {
+  static const std::vector<Case> cases = {
+      {"EPLF directory", "+i8388621.29609,m824255902,/,\tdev", true, "dev", Kind::Directory, 0,
+       "1996-02-13 23:58:22"},
+      {"EPLF file", "+i8388621.44468,m839956783,r,s10376,\tRFC EPLF", true, "RFC EPLF", Kind::File, 10376,
+       "1996-08-13 17:19:43"},
+      Reject("EPLF neither file nor directory", "+i8388621.1,s5,\tx"),
+      Reject("EPLF without tab", "+i8388621.1,r, x"),
+      {"VMS directory", "CORE.DIR;1          1/3          5-JUL-2023 10:23:12  [SYSTEM]  (RWED,RWED,RE,RE)",
+       true, "CORE", Kind::Directory, 512, "2023-07-05 10:23:12"},
+      {"VMS file", "README.TXT;12   12  10-JAN-2024 12:00 [GROUP,OWNER] (RWED,RWED,R,)", true, "README.TXT",
+       Kind::File, 6144, "2024-01-10 12:00:00"},
+      Reject("VMS summary", "Total of 2 files, 13/17 blocks."),
+      Reject("VMS header", "Directory DISK$USER:[ME]"),
+      {"NetWare directory", "d [R----F--] supervisor            512       Jan 16 18:53    login", true,
+       "login", Kind::Directory, 512, "2024-01-16 18:53:00"},
+      {"NetWare file", "- [RWCEAFMS] rhesus             214059       Oct 20  2019    cx.exe", true, "cx.exe",
+       Kind::File, 214059, "2019-10-20 00:00:00"},
+      {"OS/2 directory", "     0           DIR   04-11-95   16:26  ADDRESS", true, "ADDRESS", Kind::Directory,
+       0, "1995-04-11 16:26:00"},
+      {"OS/2 file", "   612      A          07-28-95   16:45  air tra1.bag", true, "air tra1.bag", Kind::File,
+       612, "1995-07-28 16:45:00"},
+      {"OS/400 directory", "QSYS           77824 02/23/00 15:09:55 *DIR       QOpenSys/", true, "QOpenSys",
+       Kind::Directory, 77824, "2000-02-23 15:09:55"},
+      {"OS/400 file", "QPGMR          135 04/13/01 10:37:37 *STMF      file.txt", true, "file.txt",
+       Kind::File, 135, "2001-04-13 10:37:37"},
+      Reject("OS/400 member", "                                    *MEM       QSYS.LIB/X.FILE/Y.MBR"),
+      {"z/OS partitioned data set", "WYNK01 3390   2024/01/10  1   15  PO      80  3120  PO  CLIST", true,
+       "CLIST", Kind::Directory, 0, "2024-01-10 00:00:00"},
+      {"z/OS sequential data set", "WYNK02 3390   2023/12/31  2  150  FB      80 27920  PS  DATA.SET", true,
+       "DATA.SET", Kind::File, 0, "2023-12-31 00:00:00"},
+      {"z/OS migrated data set", "Migrated                                                OLD.DATA", true,
+       "OLD.DATA", Kind::File, 0, nullptr},
+      {"z/OS member", "MEMBER1   01.03 2024/01/10 2024/01/11 12:34    10    10     0 USER1", true, "MEMBER1",
+       Kind::File, 0, "2024-01-11 12:34:00"},
+      Reject("z/OS data set header", "Volume Unit    Referred Ext Used Recfm Lrecl BlkSz Dsorg Dsname"),
+      Reject("z/OS member header", "Name     VV.MM   Created       Changed      Size  Init   Mod   Id"),
+      Reject("FTP reply text", "226 Transfer complete."),
+  };
+  return cases;
+}
+
+const std::vector<Case>& MlsdCases() {
+  static const std::vector<Case> cases = {
+      {"file with blanks in the name", "type=file;size=1234;modify=20240110120000; name with  spaces", true,
+       "name with  spaces", Kind::File, 1234, "2024-01-10 12:00:00"},
+      {"facts in any case, fraction", "Type=DIR;Modify=20240110120000.123;Perm=el; dir", true, "dir",
+       Kind::Directory, 0, "2024-01-10 12:00:00"},
+      {"cdir becomes .", "type=cdir;sizd=4096;modify=20240110120000; /home/user", true, ".", Kind::Directory,
+       4096, "2024-01-10 12:00:00"},
+      {"pdir becomes ..", "type=pdir;modify=20240110120000; /home", true, "..", Kind::Directory, 0,
+       "2024-01-10 12:00:00"},
+      {"slink with target", "type=OS.unix=slink:/etc/target;size=10; link", true, "link", Kind::Link, 10,
+       nullptr, "/etc/target"},
+      {"symlink without target", "type=OS.unix=symlink;UNIX.mode=0777; link2", true, "link2", Kind::Link, 0,
+       nullptr},
+      {"directory size as sizd", "type=dir;sizd=4096; d", true, "d", Kind::Directory, 4096, nullptr},
+      {"no facts", " no facts", true, "no facts", Kind::File, 0, nullptr},
+      {"bad modify is unknown", "size=10;type=file;modify=bogus; x", true, "x", Kind::File, 10, nullptr},
+      {"leading blank of the name", "type=file;size=1;  lead", true, " lead", Kind::File, 1, nullptr},
+      {"device type is a file", "type=OS.unix=chr-13/29; tty", true, "tty", Kind::File, 0, nullptr},
+      {"CR at the end", "type=file;size=1; a\r", true, "a", Kind::File, 1, nullptr},
+      {"size above 4 GiB", "type=file;size=8589934592; big", true, "big", Kind::File, 8589934592ull, nullptr},
+      {"pure-ftpd: slink with empty target",
+       "type=OS.unix=slink:;size=9;modify=20261121062252;UNIX.mode=0777;UNIX.uid=65534;UNIX.gid=0;unique="
+       "fe00ga729a1; "
+       "link to plain",
+       true, "link to plain", Kind::Link, 9, "2026-11-21 06:22:52"},
+      {"pure-ftpd: leading blank",
+       "type=file;size=2;modify=20261121062252;UNIX.mode=0644;UNIX.uid=65534;UNIX.gid=0;unique=fe00ga72961;  "
+       "lead space",
+       true, " lead space", Kind::File, 2, "2026-11-21 06:22:52"},
+      {"proftpd: symlink",
+       "modify=20261121062252;perm=adfrw;size=9;type=OS.unix=symlink;unique=FE00UA72951;UNIX.group=0;"
+       "UNIX.groupname=nogroup;UNIX.mode=0777;UNIX.owner=65534;UNIX.ownername=tester; link to plain",
+       true, "link to plain", Kind::Link, 9, "2026-11-21 06:22:52"},
+      {"proftpd: cdir",
+       "modify=20261121062253;perm=flcdmpe;type=cdir;unique=FE00UA72921;UNIX.group=0;UNIX.groupname=nogroup;"
+       "UNIX.mode=0755;UNIX.owner=65534;UNIX.ownername=tester; .",
+       true, ".", Kind::Directory, 0, "2026-11-21 06:22:53"},
+      Reject("no name", "type=file;size=1;"),
+      Reject("facts not closed", "type=file;size=1 x"),
+      Reject("fact without value", "typefile; x"),
+      Reject("empty name", "type=file; "),
+      Reject("NUL in name", std::string("type=file; a\0b", 14)),
+  };
+  return cases;
+}
+
+TEST(ListingParse, UnixLines) {
+  for (const Case& c : UnixCases()) {
+    FtpListEntry e;
+    CheckCase(c, ParseListLine(c.line, kClock, e), e);
+  }
+}
+
+TEST(ListingParse, LocalisedLsLines) {
+  for (const Case& c : LocaleCases()) {
+    FtpListEntry e;
+    CheckCase(c, ParseListLine(c.line, kLocaleClock, e), e);
+  }
+}
+
+TEST(ListingParse, DosLines) {
+  for (const Case& c : DosCases()) {
+    FtpListEntry e;
+    CheckCase(c, ParseListLine(c.line, kClock, e), e);
+  }
+}
+
+TEST(ListingParse, OtherFamilies) {
+  for (const Case& c : OtherCases()) {
+    FtpListEntry e;
+    CheckCase(c, ParseListLine(c.line, kClock, e), e);
+  }
+}
+
+TEST(ListingParse, MlsdLines) {
+  for (const Case& c : MlsdCases()) {
+    FtpListEntry e;
+    CheckCase(c, ParseMlsdLine(c.line, e), e);
+  }
+}
+
+TEST(ListingParse, YearlessDatesFollowTheClock) {
+  const std::string line = "-rw-r--r-- 1 u g 1 Feb 29 10:00 leap";
+  struct {
+    const char* now;
+    const char* expected;
+  } cases[] = {
+      {"2024-03-01 00:00:00", "2024-02-29 10:00:00"},  // this (leap) year
+      {"2025-03-01 00:00:00", "2024-02-29 10:00:00"},  // last leap year
+      {"2028-01-01 00:00:00", "2028-02-29 10:00:00"},  // two months ahead
+      {"2027-08-01 00:00:00", "2024-02-29 10:00:00"},  // no leap year since
+  };
+  for (const auto& c : cases) {
+    FtpListEntry e;
+    ASSERT_TRUE(ParseListLine(line, ListClock{Utc(c.now)}, e)) << c.now;
+    ASSERT_TRUE(e.mtime.has_value());
+    EXPECT_EQ(*e.mtime, Utc(c.expected)) << "now " << c.now;
+  }
+  // The six-month edge: 183 days ahead stays, 184 goes back a year.
+  FtpListEntry e;
+  ASSERT_TRUE(ParseListLine("-rw-r--r-- 1 u g 1 Dec 15 12:00 x", ListClock{Utc("2024-06-15 12:00:00")}, e));
+  EXPECT_EQ(*e.mtime, Utc("2024-12-15 12:00:00"));
+  ASSERT_TRUE(ParseListLine("-rw-r--r-- 1 u g 1 Dec 16 12:00 x", ListClock{Utc("2024-06-15 12:00:00")}, e));
+  EXPECT_EQ(*e.mtime, Utc("2023-12-16 12:00:00"));
+}
+
+// A whole LIST reply as it arrives: CRLF-separated lines of mixed families,
+// with the lines no parser takes skipped and the others kept in order.
+TEST(ListingParse, WholeListingInOneBuffer) {
+  std::string buffer;
+  std::vector<const Case*> expected;
+  for (const auto* table : {&UnixCases(), &DosCases(), &OtherCases()}) {
+    for (const Case& c : *table) {
+      // Cases about line ends or inner CR/NUL do not survive being joined.
+      if (c.line.find_first_of(std::string("\r\n\0", 3)) != std::string::npos) continue;
+      buffer += c.line + "\r\n";
+      expected.push_back(&c);
+    }
+  }
+  size_t index = 0, accepted = 0, acceptable = 0;
+  for (const Case* c : expected) acceptable += c->accepted;
+  for (size_t pos = 0; pos < buffer.size();) {
+    size_t eol = buffer.find('\n', pos);
+    ASSERT_NE(eol, std::string::npos);
+    FtpListEntry e;
+    bool ok = ParseListLine(std::string_view(buffer).substr(pos, eol + 1 - pos), kClock, e);
+    ASSERT_LT(index, expected.size());
+    CheckCase(*expected[index++], ok, e);
+    accepted += ok;
+    pos = eol + 1;
+  }
+  EXPECT_EQ(index, expected.size());
+  EXPECT_EQ(accepted, acceptable);
+}
+
+// Damaged lines may be taken or refused, but never crash, and an entry that is
+// taken never carries a NUL, CR or LF in its name.
+TEST(ListingParse, RandomDamageNeverCrashes) {
+  std::mt19937 rng(20240615);
+  std::vector<std::string> lines;
+  for (const auto* table : {&UnixCases(), &LocaleCases(), &DosCases(), &OtherCases(), &MlsdCases()})
+    for (const Case& c : *table) lines.push_back(c.line);
+  const char kNoise[] = {'\r', '\n', '\0', ' ', '\t', ',', ';', '=', '>', '\xD0', '\xC3', '9'};
+  constexpr int kDamagesPerLine = 150;
+  size_t taken = 0, tried = 0;
+  for (const std::string& original : lines) {
+    for (int round = 0; round < kDamagesPerLine; ++round) {
+      std::string line = original;
+      int edits = 1 + static_cast<int>(rng() % 4);
+      for (int k = 0; k < edits; ++k) {
+        size_t at = line.empty() ? 0 : rng() % (line.size() + 1);
+        switch (rng() % 4) {
+          case 0:
+          case 1:
+            line.insert(at, 1, kNoise[rng() % sizeof kNoise]);
+            break;
+          case 2:
+            line.resize(at);
+            break;
+          default:
+            if (at < line.size()) line.erase(at, 1 + rng() % 3);
+            break;
+        }
+      }
+      for (bool mlsd : {false, true}) {
+        FtpListEntry e;
+        bool ok = mlsd ? ParseMlsdLine(line, e) : ParseListLine(line, kClock, e);
+        ++tried;
+        if (!ok) continue;
+        ++taken;
+        ASSERT_FALSE(e.name.empty()) << line;
+        ASSERT_EQ(e.name.find_first_of(std::string("\r\n\0", 3)), std::string::npos) << line;
+      }
+    }
+  }
+  // The damage must leave a good share of lines parseable, or the pass
+  // would prove nothing about the accepting paths.
+  EXPECT_GT(taken, tried / 20);
+  EXPECT_LT(taken, tried);
+}
+
+}  // namespace

@@ -1,0 +1,411 @@
+#include "ftp_servers.h"
+
+#include <arpa/inet.h>
+#include <crypt.h>
+#include <fcntl.h>
+#include <ftw.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <pwd.h>
+#include <shadow.h>
+#include <signal.h>
+#include <sys/file.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <mutex>
+#include <sstream>
+#include <thread>
+
+namespace ftpzn::testing {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+std::string ServersDir() {
+  const char* env = getenv("FTPZN_SERVERS_DIR");
+  return env && *env ? env : "/var/cache/ftpzn-servers";
+}
+
+std::string Binary(const std::string& relative) { return ServersDir() + "/root/" + relative; }
+
+bool WriteFile(const std::string& path, const std::string& text, mode_t mode = 0644) {
+  std::ofstream out(path, std::ios::binary | std::ios::trunc);
+  out << text;
+  out.close();
+  return out && chmod(path.c_str(), mode) == 0;
+}
+
+std::string ReadTail(const std::string& path, size_t max = 600) {
+  std::ifstream in(path, std::ios::binary);
+  std::stringstream s;
+  s << in.rdbuf();
+  std::string text = s.str();
+  return text.size() > max ? text.substr(text.size() - max) : text;
+}
+
+int RunShell(const std::string& command) {
+  int rc = system(command.c_str());
+  return WIFEXITED(rc) ? WEXITSTATUS(rc) : -1;
+}
+
+// The servers are unpacked once per machine; do it on first use so that a
+// test run needs no separate step.
+bool EnsureUnpacked(std::string& error) {
+  static std::mutex mutex;
+  std::lock_guard lock(mutex);
+  if (access(Binary("usr/sbin/vsftpd").c_str(), X_OK) == 0 &&
+      access(Binary("usr/sbin/pure-ftpd").c_str(), X_OK) == 0 &&
+      access(Binary("usr/sbin/proftpd").c_str(), X_OK) == 0) {
+    return true;
+  }
+  std::string script = std::string(FTPZN_SOURCE_DIR) + "/scripts/ftp-test-servers.sh";
+  if (RunShell(script + " '" + ServersDir() + "'") != 0) {
+    error = "cannot unpack the FTP servers into " + ServersDir() + " (" + script + " failed)";
+    return false;
+  }
+  return true;
+}
+
+// The system account vsftpd logs in through PAM; the other servers use
+// their own user files mapped onto the same uid. A SHA-512 hash keeps each
+// login at a few ms (yescrypt costs ~40 ms).
+bool EnsureAccount(std::string& error) {
+  static std::mutex mutex;
+  static bool done = false;
+  std::lock_guard lock(mutex);
+  if (done) return true;
+  int lockFd = open("/tmp/ftpzn-test-account.lock", O_CREAT | O_RDWR | O_CLOEXEC, 0600);
+  if (lockFd >= 0) flock(lockFd, LOCK_EX);
+  const std::string home = "/var/lib/ftpzntest";
+  if (!getpwnam(FtpTestServer::kUser)) {
+    RunShell(std::string("useradd -M -d ") + home + " -s /bin/sh -U " + FtpTestServer::kUser +
+             " 2>/dev/null");
+  }
+  passwd* pw = getpwnam(FtpTestServer::kUser);
+  if (pw) {
+    mkdir(home.c_str(), 0755);
+    if (chown(home.c_str(), pw->pw_uid, pw->pw_gid) != 0) {
+      // Only vsftpd minds, and it says so at login.
+    }
+    spwd* sp = getspnam(FtpTestServer::kUser);
+    std::string hash = sp && sp->sp_pwdp ? sp->sp_pwdp : "";
+    const char* check = hash.rfind("$6$", 0) == 0 ? crypt(FtpTestServer::kPassword, hash.c_str()) : nullptr;
+    if (!check || hash != check) {
+      RunShell(std::string("echo '") + FtpTestServer::kUser + ":" + FtpTestServer::kPassword +
+               "' | chpasswd -c SHA512");
+    }
+  }
+  if (lockFd >= 0) close(lockFd);
+  if (!getpwnam(FtpTestServer::kUser)) {
+    error = std::string("cannot create the test account ") + FtpTestServer::kUser + " (useradd needs root)";
+    return false;
+  }
+  done = true;
+  return true;
+}
+
+std::string Sha512Hash(const char* password) {
+  crypt_data data{};
+  const char* hash = crypt_r(password, "$6$ftpzntestsalt$", &data);
+  return hash ? hash : "";
+}
+
+bool FillAddress(const std::string& host, uint16_t port, sockaddr_storage& ss, socklen_t& len) {
+  std::memset(&ss, 0, sizeof ss);
+  if (host.find(':') != std::string::npos) {
+    auto& a = reinterpret_cast<sockaddr_in6&>(ss);
+    a.sin6_family = AF_INET6;
+    a.sin6_port = htons(port);
+    len = sizeof a;
+    return inet_pton(AF_INET6, host.c_str(), &a.sin6_addr) == 1;
+  }
+  auto& a = reinterpret_cast<sockaddr_in&>(ss);
+  a.sin_family = AF_INET;
+  a.sin_port = htons(port);
+  len = sizeof a;
+  return inet_pton(AF_INET, host.c_str(), &a.sin_addr) == 1;
+}
+
+uint16_t FreePort(const std::string& host) {
+  sockaddr_storage ss;
+  socklen_t len;
+  if (!FillAddress(host, 0, ss, len)) return 0;
+  int fd = socket(ss.ss_family, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  if (fd < 0) return 0;
+  uint16_t port = 0;
+  if (bind(fd, reinterpret_cast<sockaddr*>(&ss), len) == 0 &&
+      getsockname(fd, reinterpret_cast<sockaddr*>(&ss), &len) == 0) {
+    port = ntohs(ss.ss_family == AF_INET6 ? reinterpret_cast<sockaddr_in6&>(ss).sin6_port
+                                          : reinterpret_cast<sockaddr_in&>(ss).sin_port);
+  }
+  close(fd);
+  return port;
+}
+
+// Connects and reads until the final line of a 220 greeting; false if
+// there is none yet.
+bool Greets(const std::string& host, uint16_t port, std::string& seen) {
+  sockaddr_storage ss;
+  socklen_t len;
+  if (!FillAddress(host, port, ss, len)) return false;
+  int fd = socket(ss.ss_family, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  if (fd < 0) return false;
+  bool ok = false;
+  if (connect(fd, reinterpret_cast<sockaddr*>(&ss), len) == 0) {
+    std::string text;
+    auto until = Clock::now() + std::chrono::seconds(3);
+    while (Clock::now() < until && text.size() < 8192) {
+      pollfd p{fd, POLLIN, 0};
+      if (poll(&p, 1, 200) <= 0) continue;
+      char buf[1024];
+      ssize_t n = read(fd, buf, sizeof buf);
+      if (n <= 0) break;
+      text.append(buf, static_cast<size_t>(n));
+      if (text.rfind("220 ", 0) == 0 || text.find("\n220 ") != std::string::npos) {
+        ok = true;
+        break;
+      }
+    }
+    seen = text;
+  }
+  close(fd);
+  return ok;
+}
+
+int RemoveEntry(const char* path, const struct stat*, int, FTW*) { return ::remove(path); }
+int ChownEntry(const char* path, const struct stat*, int, FTW*) {
+  return lchown(path, FtpTestServer::Uid(), FtpTestServer::Gid()) == 0 ? 0 : 0;
+}
+
+}  // namespace
+
+const char* FtpServerName(FtpServerKind kind) {
+  switch (kind) {
+    case FtpServerKind::Vsftpd:
+      return "vsftpd";
+    case FtpServerKind::PureFtpd:
+      return "pureftpd";
+    case FtpServerKind::Proftpd:
+      return "proftpd";
+  }
+  return "?";
+}
+
+std::vector<FtpServerKind> AllFtpServers() {
+  return {FtpServerKind::Vsftpd, FtpServerKind::PureFtpd, FtpServerKind::Proftpd};
+}
+
+uid_t FtpTestServer::Uid() {
+  passwd* pw = getpwnam(kUser);
+  return pw ? pw->pw_uid : 0;
+}
+
+gid_t FtpTestServer::Gid() {
+  passwd* pw = getpwnam(kUser);
+  return pw ? pw->pw_gid : 0;
+}
+
+void GiveToTestAccount(const std::string& path) { nftw(path.c_str(), ChownEntry, 16, FTW_PHYS); }
+
+std::string MakeScratchDir(const std::string& prefix) {
+  std::string pattern = "/tmp/" + prefix + "-XXXXXX";
+  std::vector<char> buf(pattern.begin(), pattern.end());
+  buf.push_back(0);
+  return mkdtemp(buf.data()) ? std::string(buf.data()) : std::string();
+}
+
+void RemoveTree(const std::string& path) {
+  if (!path.empty() && path != "/") nftw(path.c_str(), RemoveEntry, 16, FTW_DEPTH | FTW_PHYS);
+}
+
+std::string FtpTestServer::Url() const {
+  std::string host = m_host.find(':') != std::string::npos ? "[" + m_host + "]" : m_host;
+  return std::string("ftp://") + kUser + ":" + kPassword + "@" + host + ":" + std::to_string(m_port);
+}
+
+std::unique_ptr<FtpTestServer> FtpTestServer::Start(FtpServerKind kind, const std::string& root,
+                                                    std::string& error, bool ipv6) {
+  const std::string name = FtpServerName(kind);
+  if (geteuid() != 0) {
+    error = name + " needs root to run (it switches users and chroots)";
+    return nullptr;
+  }
+  if (!EnsureUnpacked(error) || !EnsureAccount(error)) return nullptr;
+  std::unique_ptr<FtpTestServer> server(new FtpTestServer);
+  server->m_kind = kind;
+  server->m_host = ipv6 ? "::1" : "127.0.0.1";
+  server->m_workDir = MakeScratchDir("ftpzn-" + name);
+  if (server->m_workDir.empty()) {
+    error = "cannot create a work directory for " + name;
+    return nullptr;
+  }
+  server->m_port = FreePort(server->m_host);
+  if (server->m_port == 0) {
+    error = "no free port on " + server->m_host;
+    return nullptr;
+  }
+  GiveToTestAccount(root);
+  chmod(root.c_str(), 0755);
+  const std::string work = server->m_workDir;
+  const std::string port = std::to_string(server->m_port);
+  const std::string uid = std::to_string(Uid()), gid = std::to_string(Gid());
+  const std::string hash = Sha512Hash(kPassword);
+  std::vector<std::string> argv;
+  std::ostringstream conf;
+
+  switch (kind) {
+    case FtpServerKind::Vsftpd: {
+      // Sessions chroot into this; it must belong to root and not be writable.
+      mkdir((work + "/empty").c_str(), 0555);
+      conf << (ipv6 ? "listen=NO\nlisten_ipv6=YES\nlisten_address6=::1\n"
+                    : "listen=YES\nlisten_ipv6=NO\nlisten_address=127.0.0.1\npasv_address=127.0.0.1\n")
+           << "listen_port=" << port << "\n"
+           << "background=NO\n"
+              // Without this, LIST and uploads die with SIGSYS and the
+              // client only sees the connection drop.
+              "seccomp_sandbox=NO\n"
+              "isolate=NO\nisolate_network=NO\n"
+              "anonymous_enable=NO\nlocal_enable=YES\nwrite_enable=YES\nlocal_umask=022\n"
+              "chroot_local_user=YES\nallow_writeable_chroot=YES\n"
+           << "local_root=" << root << "\n"
+           << "secure_chroot_dir=" << work << "/empty\n"
+           << "pasv_enable=YES\npasv_min_port=20000\npasv_max_port=20999\n"
+              "port_enable=YES\nconnect_from_port_20=NO\n"
+              "utf8_filesystem=YES\n"
+              "xferlog_enable=NO\ndual_log_enable=NO\n"
+           << "vsftpd_log_file=" << work << "/vsftpd.log\n"
+           << "max_clients=0\nmax_per_ip=0\n";
+      if (!WriteFile(work + "/vsftpd.conf", conf.str(), 0600)) break;
+      argv = {Binary("usr/sbin/vsftpd"), work + "/vsftpd.conf"};
+      break;
+    }
+    case FtpServerKind::PureFtpd: {
+      // pure-pw would hash with argon2 (3.5 s a login): write the line with
+      // a SHA-512 crypt hash and only let it build the database.
+      std::string line =
+          std::string(kUser) + ":" + hash + ":" + uid + ":" + gid + "::" + root + "/./::::::::::::\n";
+      if (!WriteFile(work + "/pureftpd.passwd", line, 0600)) break;
+      std::string mkdb = Binary("usr/bin/pure-pw") + " mkdb " + work + "/pureftpd.pdb -f " + work +
+                         "/pureftpd.passwd >" + work + "/mkdb.log 2>&1";
+      if (RunShell(mkdb) != 0) {
+        error = "pure-pw mkdb failed: " + ReadTail(work + "/mkdb.log");
+        return nullptr;
+      }
+      argv = {Binary("usr/sbin/pure-ftpd"), "-S", server->m_host + "," + port, "-l",
+              "puredb:" + work + "/pureftpd.pdb",
+              "-E",  // no anonymous logins
+              "-A",  // chroot everyone
+              "-H",  // no reverse lookups
+              "-p", "21000:21999",
+              // Lists are cut silently at a few thousand names otherwise.
+              "-L", "2000000:16", "-f", "none"};
+      break;
+    }
+    case FtpServerKind::Proftpd: {
+      std::string passwdLine =
+          std::string(kUser) + ":" + hash + ":" + uid + ":" + gid + "::" + root + ":/bin/sh\n";
+      std::string groupLine = std::string(kUser) + ":x:" + gid + ":\n";
+      if (!WriteFile(work + "/passwd", passwdLine, 0600) || !WriteFile(work + "/group", groupLine, 0600))
+        break;
+      conf << "ServerType standalone\nDefaultServer on\nServerName \"ftpzn test\"\n"
+           << "Port " << port << "\n"
+           << (ipv6 ? "UseIPv6 on\nDefaultAddress ::1\n"
+                    : "UseIPv6 off\nDefaultAddress 127.0.0.1\nMasqueradeAddress 127.0.0.1\n")
+           << "SocketBindTight on\n"
+           << "User " << kUser << "\nGroup " << kUser << "\n"
+           << "PidFile " << work << "/proftpd.pid\n"
+           << "ScoreboardFile " << work << "/proftpd.scoreboard\n"
+           << "SystemLog " << work << "/proftpd.log\n"
+           << "TransferLog NONE\nWtmpLog off\nUseReverseDNS off\n"
+              // It pads USER/PASS replies to hide timing otherwise.
+              "DelayEngine off\n"
+              "ControlsEngine off\n"
+              "PassivePorts 22000 22999\n"
+           << "AuthUserFile " << work << "/passwd\n"
+           << "AuthGroupFile " << work << "/group\n"
+           << "AuthOrder mod_auth_file.c\nAuthPAM off\nRequireValidShell off\nUseFtpUsers off\n"
+              "DefaultRoot ~\nUmask 022\nAllowOverwrite on\nMaxInstances 100\n";
+      if (!WriteFile(work + "/proftpd.conf", conf.str(), 0644)) break;
+      argv = {Binary("usr/sbin/proftpd"), "-n", "-q", "-c", work + "/proftpd.conf"};
+      break;
+    }
+  }
+  if (argv.empty()) {
+    error = "cannot write the configuration of " + name + " into " + work;
+    return nullptr;
+  }
+
+  const std::string log = work + "/stdout.log";
+  pid_t pid = fork();
+  if (pid < 0) {
+    error = std::string("fork: ") + strerror(errno);
+    return nullptr;
+  }
+  if (pid == 0) {
+    setpgid(0, 0);
+    int in = open("/dev/null", O_RDONLY);
+    int out = open(log.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    if (in >= 0) dup2(in, 0);
+    if (out >= 0) {
+      dup2(out, 1);
+      dup2(out, 2);
+    }
+    std::vector<char*> args;
+    for (auto& a : argv) args.push_back(a.data());
+    args.push_back(nullptr);
+    execv(args[0], args.data());
+    _exit(127);
+  }
+  setpgid(pid, pid);
+  server->m_pid = pid;
+
+  // Bounded wait for the greeting.
+  std::string seen;
+  auto until = Clock::now() + std::chrono::seconds(10);
+  while (Clock::now() < until) {
+    int status = 0;
+    if (waitpid(pid, &status, WNOHANG) == pid) {
+      server->m_pid = -1;
+      error = name + " exited (status " + std::to_string(WIFEXITED(status) ? WEXITSTATUS(status) : -1) +
+              ") before greeting: " + ReadTail(log) + ReadTail(work + "/proftpd.log") +
+              ReadTail(work + "/vsftpd.log");
+      return nullptr;
+    }
+    if (Greets(server->m_host, server->m_port, seen)) return server;
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  }
+  error = name + " did not greet with 220 within 10 s on " + server->m_host + " port " + port + " (saw \"" +
+          seen + "\"): " + ReadTail(log);
+  return nullptr;
+}
+
+void FtpTestServer::Stop() {
+  if (m_pid > 0) {
+    kill(-m_pid, SIGTERM);
+    bool reaped = false;
+    for (int i = 0; i < 60 && !reaped; ++i) {
+      reaped = waitpid(m_pid, nullptr, WNOHANG) == m_pid;
+      if (!reaped) std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
+    // Session processes of the group may outlive the listener.
+    kill(-m_pid, SIGKILL);
+    if (!reaped) waitpid(m_pid, nullptr, 0);
+    m_pid = -1;
+  }
+  if (!m_workDir.empty()) {
+    RemoveTree(m_workDir);
+    m_workDir.clear();
+  }
+}
+
+FtpTestServer::~FtpTestServer() { Stop(); }
+
+}  // namespace ftpzn::testing

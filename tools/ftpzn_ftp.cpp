@@ -1,0 +1,247 @@
+// ftpzn-ftp: a command-line FTP client on the engine, for scripting,
+// diagnosis and benchmarks.
+#include <sys/stat.h>
+
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <iostream>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "inet/inet.h"
+#include "inet/listing.h"
+#include "inet/wirename.h"
+
+using namespace ftpzn::inet;
+
+namespace {
+
+constexpr const char* kUsage =
+    "usage: ftpzn-ftp [--active|--passive] [--timeout SECONDS] [--verbose] COMMAND ARGS\n"
+    "  ls URL                 list a directory: type, size, time (UTC), name\n"
+    "  get URL LOCALFILE      download\n"
+    "  put LOCALFILE URL      upload (a URL ending in / takes the local name)\n"
+    "  mkdir URL | rmdir URL | rm URL\n"
+    "  pwd URL                print the server's directory after login (and cd to the URL's path)\n"
+    "  parse-list             parse LIST or MLSD lines from standard input\n"
+    "URL: ftp://[user[:password]@]host[:port]/path (percent-encoding decoded)\n";
+
+constexpr uint32_t kBlock = 4096;  // what the transfer workers move per call
+
+class ToolSession : public CInternetSession {
+ public:
+  bool verbose = false;
+  void OnProtocolTrace(bool sent, const std::string& line) override {
+    if (verbose) std::fprintf(stderr, "%s %s\n", sent ? ">" : "<", line.c_str());
+  }
+};
+
+struct Target {
+  std::wstring host, user, password, path;  // path relative to the login directory
+  uint16_t port = 21;
+};
+
+struct Failure {
+  std::string text;
+};
+
+Target ParseTarget(const std::string& url) {
+  uint32_t service = 0;
+  std::wstring server, object, user, password;
+  uint16_t port = 0;
+  if (!ParseURLEx(WireToWide(url), service, server, object, port, user, password) ||
+      service != AFX_INET_SERVICE_FTP || server.empty()) {
+    throw Failure{"not an FTP URL: " + url};
+  }
+  Target t;
+  t.host = server;
+  t.port = port;
+  t.user = DecodeUrlComponent(user);
+  t.password = DecodeUrlComponent(password);
+  // "ftp://host/dir/file" names dir/file below the login directory.
+  std::wstring path = DecodeUrlComponent(object);
+  t.path = path.empty() || path[0] != L'/' ? path : path.substr(1);
+  return t;
+}
+
+[[noreturn]] void EngineFailure(uint32_t code) {
+  std::wstring text;
+  CInternetException(code).GetErrorMessage(text);
+  throw Failure{"error " + std::to_string(code) + ": " + WideToWire(text) +
+                "\nlast reply: " + WideToWire(InternetGetLastResponseInfo())};
+}
+
+void Check(bool ok) {
+  if (!ok) EngineFailure(GetLastError());
+}
+
+std::string IsoTime(const std::optional<int64_t>& t) {
+  if (!t) return "";
+  time_t value = static_cast<time_t>(*t);
+  tm utc{};
+  if (!gmtime_r(&value, &utc)) return "";
+  char text[32];
+  strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &utc);
+  return text;
+}
+
+void PrintEntry(const FtpListEntry& e) {
+  char type = e.kind == FtpListEntry::Kind::Directory ? 'd' : e.kind == FtpListEntry::Kind::Link ? 'l' : 'f';
+  std::printf("%c\t%llu\t%s\t%s\n", type, static_cast<unsigned long long>(e.size), IsoTime(e.mtime).c_str(),
+              e.name.c_str());
+}
+
+int ParseListFromStdin() {
+  char* line = nullptr;
+  size_t capacity = 0;
+  ssize_t n;
+  ListClock clock;
+  while ((n = getline(&line, &capacity, stdin)) > 0) {
+    std::string_view text(line, static_cast<size_t>(n));
+    while (!text.empty() && (text.back() == '\n' || text.back() == '\r')) text.remove_suffix(1);
+    FtpListEntry entry;
+    // MLSD lines start with "fact=value;" before the first space.
+    size_t space = text.find(' ');
+    std::string_view facts = text.substr(0, space == std::string_view::npos ? 0 : space);
+    bool mlsd = !facts.empty() && facts.back() == ';' && facts.find('=') != std::string_view::npos;
+    if (mlsd ? ParseMlsdLine(text, entry) : ParseListLine(text, clock, entry)) PrintEntry(entry);
+  }
+  free(line);
+  return 0;
+}
+
+int Run(std::vector<std::string> args) {
+  bool passive = true, verbose = false;
+  uint32_t timeoutMs = 0;
+  while (!args.empty() && args.front().rfind("--", 0) == 0) {
+    std::string option = args.front();
+    args.erase(args.begin());
+    if (option == "--active") {
+      passive = false;
+    } else if (option == "--passive") {
+      passive = true;
+    } else if (option == "--verbose") {
+      verbose = true;
+    } else if (option == "--timeout" && !args.empty()) {
+      char* end = nullptr;
+      double seconds = std::strtod(args.front().c_str(), &end);
+      if (*end || seconds <= 0 || seconds > 86400) throw Failure{"bad --timeout: " + args.front()};
+      timeoutMs = static_cast<uint32_t>(seconds * 1000);
+      args.erase(args.begin());
+    } else {
+      std::fputs(kUsage, stderr);
+      return 2;
+    }
+  }
+  if (args.empty()) {
+    std::fputs(kUsage, stderr);
+    return 2;
+  }
+  std::string command = args.front();
+  args.erase(args.begin());
+  if (command == "parse-list" && args.empty()) return ParseListFromStdin();
+  size_t wanted = command == "get" || command == "put" ? 2 : 1;
+  bool known = command == "ls" || command == "get" || command == "put" || command == "mkdir" ||
+               command == "rmdir" || command == "rm" || command == "pwd";
+  if (!known || args.size() != wanted) {
+    std::fputs(kUsage, stderr);
+    return 2;
+  }
+
+  Target t = ParseTarget(command == "put" ? args[1] : args[0]);
+  ToolSession session;
+  session.verbose = verbose;
+  if (timeoutMs) {
+    session.SetOption(INTERNET_OPTION_CONNECT_TIMEOUT, timeoutMs);
+    session.SetOption(INTERNET_OPTION_SEND_TIMEOUT, timeoutMs);
+    session.SetOption(INTERNET_OPTION_RECEIVE_TIMEOUT, timeoutMs);
+  }
+  std::unique_ptr<CFtpConnection> c;
+  try {
+    c = session.GetFtpConnection(t.host, t.user, t.password, t.port, passive);
+  } catch (const CInternetException& e) {
+    EngineFailure(e.m_dwError);
+  }
+
+  if (command == "ls" || command == "pwd") {
+    if (!t.path.empty()) Check(c->SetCurrentDirectory(t.path));
+    if (command == "pwd") {
+      std::wstring dir;
+      Check(c->GetCurrentDirectory(dir));
+      std::printf("%s\n", WideToWire(dir).c_str());
+    } else {
+      CFtpFileFind find(c.get());
+      if (!find.FindFile()) {
+        if (GetLastError() != 18) EngineFailure(GetLastError());  // 18: an empty directory
+      } else {
+        bool more = true;
+        while (more) {
+          more = find.FindNextFile();
+          PrintEntry(find.GetEntry());
+        }
+      }
+      find.Close();
+    }
+  } else if (command == "mkdir") {
+    Check(c->CreateDirectory(t.path));
+  } else if (command == "rmdir") {
+    Check(c->RemoveDirectory(t.path));
+  } else if (command == "rm") {
+    Check(c->Remove(t.path));
+  } else if (command == "get") {
+    std::unique_ptr<FILE, int (*)(FILE*)> out(std::fopen(args[1].c_str(), "wb"), std::fclose);
+    if (!out) throw Failure{"cannot create " + args[1] + ": " + std::strerror(errno)};
+    std::vector<char> local(1 << 20);
+    setvbuf(out.get(), local.data(), _IOFBF, local.size());
+    try {
+      auto file = c->OpenFile(t.path, GENERIC_READ, FTP_TRANSFER_TYPE_BINARY);
+      char block[kBlock];
+      for (;;) {
+        uint32_t n = file->Read(block, kBlock);
+        if (n == 0) break;
+        if (std::fwrite(block, 1, n, out.get()) != n) throw Failure{"cannot write " + args[1]};
+      }
+      file->Close();
+      Check(GetLastError() == 0);
+    } catch (const CInternetException& e) {
+      EngineFailure(e.m_dwError);
+    }
+    if (std::fflush(out.get()) != 0) throw Failure{"cannot write " + args[1] + ": " + std::strerror(errno)};
+  } else if (command == "put") {
+    std::unique_ptr<FILE, int (*)(FILE*)> in(std::fopen(args[0].c_str(), "rb"), std::fclose);
+    if (!in) throw Failure{"cannot open " + args[0] + ": " + std::strerror(errno)};
+    std::vector<char> local(1 << 20);
+    setvbuf(in.get(), local.data(), _IOFBF, local.size());
+    std::wstring remote = t.path;
+    if (remote.empty() || remote.back() == L'/') {
+      std::string base = args[0].substr(args[0].rfind('/') == std::string::npos ? 0 : args[0].rfind('/') + 1);
+      remote += WireToWide(base);
+    }
+    try {
+      auto file = c->OpenFile(remote, GENERIC_WRITE, FTP_TRANSFER_TYPE_BINARY);
+      char block[kBlock];
+      size_t n;
+      while ((n = std::fread(block, 1, kBlock, in.get())) > 0) file->Write(block, static_cast<uint32_t>(n));
+      if (std::ferror(in.get())) throw Failure{"cannot read " + args[0]};
+      file->Close();
+      Check(GetLastError() == 0);
+    } catch (const CInternetException& e) {
+      EngineFailure(e.m_dwError);
+    }
+  }
+  c->Close();
+  return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  try {
+    return Run(std::vector<std::string>(argv + 1, argv + argc));
+  } catch (const Failure& f) {
+    std::fprintf(stderr, "ftpzn-ftp: %s\n", f.text.c_str());
+    return 1;
+  }
+}
