@@ -62,6 +62,14 @@ bool IsMlsdSelfOrParent(std::string_view line) {
   return facts.find(";type=cdir;") != std::string::npos || facts.find(";type=pdir;") != std::string::npos;
 }
 
+// Some servers refuse to list an empty directory ("550 No files found."):
+// that is an empty listing, not a failure.
+bool IsNoFilesReply(std::string text) {
+  if (text.size() < 4 || (text[0] != '4' && text[0] != '5')) return false;
+  for (char& c : text) c = static_cast<char>(tolower(static_cast<unsigned char>(c)));
+  return text.find("no files") != std::string::npos;
+}
+
 std::string PwdPath(const FtpReply& reply) {
   const std::string& line = reply.lines.front();
   size_t open = line.find('"');
@@ -609,6 +617,7 @@ bool CFtpFileFind::FindFile(const wchar_t* pattern, uint32_t) {
   } catch (const NetError& e) {
     m_entries.clear();
     Record(e);
+    if (e.code == kErrExtended && IsNoFilesReply(e.what())) t_lastError = kErrNoMoreFiles;
     return false;
   }
   if (m_entries.empty()) {

@@ -317,6 +317,45 @@ TEST_F(FakeServerTest, RefusedConnectionAndUnknownHost) {
   }
 }
 
+TEST_F(FakeServerTest, DotsAndEmptyListings) {
+  const std::string withDots =
+      "drwxr-xr-x 2 a a 4096 Jan 10  2020 .\r\n"
+      "drwxr-xr-x 9 a a 4096 Jan 10  2020 ..\r\n";
+  const std::string mlsd =
+      "type=cdir;modify=20200110000000; /pub\r\n"
+      "Type=PDir;modify=20200110000000; ..\r\n"
+      "type=file;size=3;modify=20200110101112; only.txt\r\n";
+  Step feat = On("FEAT", "211-x\r\n MLST type*;size*;modify*;\r\n211 end\r\n");
+  FakeServer server({Greet("220 hi\r\n"), On("USER", "331 pw\r\n"), On("PASS", "230 ok\r\n"), feat,
+                     On("TYPE A", "200 ok\r\n"), Epsv(), Transfer("MLSD", withDots + mlsd), Epsv(),
+                     On("MLSD", "550 No files found.\r\n"), Epsv(),
+                     On("MLSD", "550 Permission denied.\r\n")});
+  auto c = Connect(server);
+  {
+    CFtpFileFind find(c.get());
+    ASSERT_TRUE(find.FindFile());
+    EXPECT_FALSE(find.FindNextFile());  // one entry only
+    EXPECT_EQ(find.GetFileName(), L"only.txt");
+    uint64_t fileTime = 0;
+    ASSERT_TRUE(find.GetLastWriteTime(fileTime));
+    EXPECT_EQ(fileTime, (1578651072ull + 11644473600ull) * 10000000ull);  // 2020-01-10 10:11:12 UTC
+  }
+  {
+    CFtpFileFind find(c.get());
+    EXPECT_FALSE(find.FindFile());
+    EXPECT_EQ(GetLastError(), 18u);
+  }
+  {
+    CFtpFileFind find(c.get());
+    EXPECT_FALSE(find.FindFile());
+    EXPECT_EQ(GetLastError(), 12003u);
+    EXPECT_EQ(InternetGetLastResponseInfo(), L"550 Permission denied.");
+  }
+  c->Close();
+  server.Finish();
+  EXPECT_EQ(server.Problem(), "");
+}
+
 class RecordingSession : public CInternetSession {
  public:
   std::vector<uint32_t> statuses;
