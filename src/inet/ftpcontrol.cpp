@@ -37,6 +37,30 @@ bool IsPrivate(const uint8_t a[4]) {
 
 }  // namespace
 
+// The one mapping from a server's reply to the engine's error codes. A 421
+// ("closing control connection") is a lost connection whatever was asked;
+// during login the step that was refused tells which part of the login was
+// wrong; any other refusal is "see the server's reply" (12003).
+uint32_t ErrorForReply(const FtpReply& reply, ReplyContext context) {
+  if (reply.code == 421) return kErrConnectionAborted;
+  switch (context) {
+    case ReplyContext::Greeting:
+      return kErrLoginFailed;
+    case ReplyContext::User:
+      return kErrLoginUser;
+    case ReplyContext::Password:
+      // 332 wants ACCT, which no site profile carries.
+      return reply.code == 530 ? kErrLoginPassword : kErrLoginFailed;
+    case ReplyContext::Command:
+      break;
+  }
+  return kErrExtended;
+}
+
+NetError Refusal(const FtpReply& reply, ReplyContext context) {
+  return NetError(ErrorForReply(reply, context), reply.Text());
+}
+
 bool ParsePasvReply(const std::string& text, uint8_t address[4], uint16_t& port) {
   // Servers write "227 Entering Passive Mode (h1,h2,h3,h4,p1,p2)" with or
   // without parentheses, some with text after it: take the first run of six
@@ -143,7 +167,7 @@ FtpReply FtpControl::ReadReply() {
   if (reply.code == 421) {
     // "Service not available, closing control connection": in any state.
     Drop();
-    throw NetError(kErrConnectionAborted, reply.Text());
+    throw Refusal(reply);
   }
   return reply;
 }
@@ -158,7 +182,7 @@ FtpReply FtpControl::Command(const std::string& line) {
 
 FtpReply FtpControl::Expect(const std::string& line) {
   FtpReply reply = Command(line);
-  if (!reply.Positive()) throw NetError(kErrExtended, reply.Text());
+  if (!reply.Positive()) throw Refusal(reply);
   return reply;
 }
 
@@ -188,7 +212,7 @@ void FtpControl::Open(const std::string& host, uint16_t port, const std::string&
   for (int i = 0; i < 8 && greeting.Preliminary(); ++i) greeting = ReadReply();  // "120 ready in n minutes"
   if (greeting.Class() != 2) {
     Drop();
-    throw NetError(kErrLoginFailed, greeting.Text());
+    throw Refusal(greeting, ReplyContext::Greeting);
   }
   Login(user, password);
   ReadFeatures();
@@ -197,11 +221,10 @@ void FtpControl::Open(const std::string& host, uint16_t port, const std::string&
 void FtpControl::Login(const std::string& user, const std::string& password) {
   FtpReply reply = Command("USER " + user);
   if (reply.Class() == 2) return;  // no password needed
-  if (reply.code != 331 && reply.code != 332) throw NetError(kErrLoginUser, reply.Text());
+  if (reply.code != 331 && reply.code != 332) throw Refusal(reply, ReplyContext::User);
   reply = Command("PASS " + password);
   if (reply.Class() == 2) return;
-  // 332 would want ACCT, which no site profile carries.
-  throw NetError(reply.code == 530 ? kErrLoginPassword : kErrLoginFailed, reply.Text());
+  throw Refusal(reply, ReplyContext::Password);
 }
 
 void FtpControl::ReadFeatures() {
@@ -234,14 +257,14 @@ std::unique_ptr<Stream> FtpControl::ConnectPassive() {
       return MakeStream(ConnectTo(target, deadline), target.Host());
     }
     // PASV speaks IPv4 only; over IPv6 there is nothing to fall back to.
-    if (reply.Class() != 5 || m_peer.Family() != AF_INET) throw NetError(kErrExtended, reply.Text());
+    if (reply.Class() != 5 || m_peer.Family() != AF_INET) throw Refusal(reply);
     m_passiveCommand = PassiveCommand::Pasv;
   }
   FtpReply reply = Command("PASV");
   uint8_t address[4];
   uint16_t port = 0;
   if (reply.code != 227 || !ParsePasvReply(reply.lines.front(), address, port)) {
-    throw NetError(kErrExtended, reply.Text());
+    throw Refusal(reply);
   }
   SocketAddress target = m_peer;
   if (!IsUnroutableFor(address, m_peer)) {
@@ -260,7 +283,7 @@ Fd FtpControl::ListenActive() {
     FtpReply reply =
         Command("EPRT |" + family + "|" + bound.Host() + "|" + std::to_string(bound.Port()) + "|");
     if (reply.Class() == 2) return listener;
-    if (reply.Class() != 5 || bound.Family() != AF_INET) throw NetError(kErrExtended, reply.Text());
+    if (reply.Class() != 5 || bound.Family() != AF_INET) throw Refusal(reply);
     m_activeCommand = ActiveCommand::Port;
   }
   std::string host = bound.Host();
@@ -287,7 +310,7 @@ std::unique_ptr<Stream> FtpControl::StartTransfer(const std::string& command, Tr
   }
   Send(command);
   FtpReply reply = ReadReply();
-  if (reply.Class() >= 4) throw NetError(kErrExtended, reply.Text());
+  if (reply.Class() >= 4) throw Refusal(reply);
   // Some servers answer a transfer of nothing with the end reply at once.
   m_transferEnded = !reply.Preliminary();
   if (!data) {
@@ -300,7 +323,7 @@ void FtpControl::FinishTransfer() {
   if (m_transferEnded) return;
   FtpReply reply = ReadReply();
   for (int i = 0; i < 8 && reply.Preliminary(); ++i) reply = ReadReply();
-  if (!reply.Positive()) throw NetError(kErrExtended, reply.Text());
+  if (!reply.Positive()) throw Refusal(reply);
 }
 
 void FtpControl::AbandonTransfer() {

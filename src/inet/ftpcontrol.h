@@ -96,6 +96,12 @@ class FtpControl {
   bool m_transferEnded = false;  // the end reply came with the first one
 };
 
+enum class ReplyContext { Greeting, User, Password, Command };
+// The error code for a reply that refused (or ended) what was asked.
+uint32_t ErrorForReply(const FtpReply& reply, ReplyContext context);
+// That error, with the reply as its text.
+NetError Refusal(const FtpReply& reply, ReplyContext context = ReplyContext::Command);
+
 // The IPv4 address and port in a 227 reply: the first run of six numbers
 // of at most 255 each, wherever the server put them. False if none.
 bool ParsePasvReply(const std::string& text, uint8_t address[4], uint16_t& port);

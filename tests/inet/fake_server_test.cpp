@@ -8,6 +8,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 
 #include "inet/inet.h"
@@ -314,6 +315,115 @@ TEST_F(FakeServerTest, RefusedConnectionAndUnknownHost) {
   } catch (const CInternetException& e) {
     EXPECT_EQ(e.m_dwError, 12007u);
   }
+}
+
+TEST_F(FakeServerTest, DotsAndEmptyListings) {
+  const std::string withDots =
+      "drwxr-xr-x 2 a a 4096 Jan 10  2020 .\r\n"
+      "drwxr-xr-x 9 a a 4096 Jan 10  2020 ..\r\n";
+  const std::string mlsd =
+      "type=cdir;modify=20200110000000; /pub\r\n"
+      "Type=PDir;modify=20200110000000; ..\r\n"
+      "type=file;size=3;modify=20200110101112; only.txt\r\n";
+  Step feat = On("FEAT", "211-x\r\n MLST type*;size*;modify*;\r\n211 end\r\n");
+  FakeServer server({Greet("220 hi\r\n"), On("USER", "331 pw\r\n"), On("PASS", "230 ok\r\n"), feat,
+                     On("TYPE A", "200 ok\r\n"), Epsv(), Transfer("MLSD", withDots + mlsd), Epsv(),
+                     On("MLSD", "550 No files found.\r\n"), Epsv(),
+                     On("MLSD", "550 Permission denied.\r\n")});
+  auto c = Connect(server);
+  {
+    CFtpFileFind find(c.get());
+    ASSERT_TRUE(find.FindFile());
+    EXPECT_FALSE(find.FindNextFile());  // one entry only
+    EXPECT_EQ(find.GetFileName(), L"only.txt");
+    uint64_t fileTime = 0;
+    ASSERT_TRUE(find.GetLastWriteTime(fileTime));
+    EXPECT_EQ(fileTime, (1578651072ull + 11644473600ull) * 10000000ull);  // 2020-01-10 10:11:12 UTC
+  }
+  {
+    CFtpFileFind find(c.get());
+    EXPECT_FALSE(find.FindFile());
+    EXPECT_EQ(GetLastError(), 18u);
+  }
+  {
+    CFtpFileFind find(c.get());
+    EXPECT_FALSE(find.FindFile());
+    EXPECT_EQ(GetLastError(), 12003u);
+    EXPECT_EQ(InternetGetLastResponseInfo(), L"550 Permission denied.");
+  }
+  c->Close();
+  server.Finish();
+  EXPECT_EQ(server.Problem(), "");
+}
+
+class RecordingSession : public CInternetSession {
+ public:
+  std::vector<uint32_t> statuses;
+  std::vector<std::wstring> infos;
+  std::vector<std::string> trace;
+  void OnStatusCallback(uintptr_t context, uint32_t status, const void* info, uint32_t length) override {
+    EXPECT_EQ(context, 1u);
+    statuses.push_back(status);
+    if (info) {
+      EXPECT_EQ(length % sizeof(wchar_t), 0u);
+      infos.emplace_back(static_cast<const wchar_t*>(info), length / sizeof(wchar_t) - 1);
+    }
+  }
+  void OnProtocolTrace(bool sent, const std::string& line) override {
+    trace.push_back((sent ? "> " : "< ") + line);
+  }
+};
+
+TEST_F(FakeServerTest, StatusCallbackAndTrace) {
+  FakeServer server(Plus(fake::Login(), {On("PWD", "257 \"/\"\r\n")}));
+  RecordingSession session;
+  session.EnableStatusCallback(true);
+  auto c = session.GetFtpConnection(L"127.0.0.1", L"user", L"secret", server.Port(), true);
+  std::wstring dir;
+  EXPECT_TRUE(c->GetCurrentDirectory(dir));
+  c->Close();
+  const auto& s = session.statuses;
+  ASSERT_GE(s.size(), 6u);
+  EXPECT_EQ((std::vector<uint32_t>(s.begin(), s.begin() + 4)), (std::vector<uint32_t>{10, 11, 20, 21}));
+  EXPECT_EQ(session.infos, (std::vector<std::wstring>{L"127.0.0.1", L"127.0.0.1"}));
+  for (uint32_t code : {30u, 31u, 40u, 41u, 60u, 70u, 50u, 51u}) {
+    EXPECT_NE(std::find(s.begin(), s.end(), code), s.end()) << code;
+  }
+  EXPECT_EQ(s.back(), 51u);
+  // The password never reaches the trace.
+  EXPECT_NE(std::find(session.trace.begin(), session.trace.end(), "> PASS ****"), session.trace.end());
+  for (const auto& line : session.trace) EXPECT_EQ(line.find("secret"), std::string::npos) << line;
+
+  // Without EnableStatusCallback nothing is reported.
+  FakeServer quiet(fake::Login());
+  RecordingSession off;
+  off.GetFtpConnection(L"127.0.0.1", L"user", L"secret", quiet.Port(), true);
+  EXPECT_TRUE(off.statuses.empty());
+}
+
+TEST_F(FakeServerTest, ObjectsOutlivingTheirConnection) {
+  FakeServer server(Plus(fake::Login(), {On("TYPE I", "200 ok\r\n"), Epsv(), On("RETR f", "150 go\r\n")}));
+  auto session = std::make_unique<CInternetSession>();
+  auto c = session->GetFtpConnection(L"127.0.0.1", L"user", L"secret", server.Port(), true);
+  auto file = c->OpenFile(L"f");
+  c.reset();  // the file is still held
+  char buf[16];
+  try {
+    file->Read(buf, sizeof buf);
+    ADD_FAILURE() << "read on a closed connection";
+  } catch (const CInternetException& e) {
+    EXPECT_EQ(e.m_dwError, 12017u);
+  }
+  file->Close();
+  file.reset();
+
+  // A session closed under its connection leaves it closed, not dangling.
+  FakeServer second(fake::Login());
+  auto c2 = session->GetFtpConnection(L"127.0.0.1", L"user", L"secret", second.Port(), true);
+  session.reset();
+  std::wstring dir;
+  EXPECT_FALSE(c2->GetCurrentDirectory(dir));
+  EXPECT_EQ(GetLastError(), 12017u);
 }
 
 }  // namespace

@@ -1,0 +1,160 @@
+// ftpzn-ftp as a user runs it, against vsftpd.
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <cstdio>
+#include <fstream>
+
+#include "ftp_servers.h"
+
+namespace {
+
+using ftpzn::testing::FtpServerKind;
+using ftpzn::testing::FtpTestServer;
+
+struct Result {
+  int status = -1;
+  std::string out, err;
+};
+
+class ToolTest : public ::testing::Test {
+ protected:
+  static void SetUpTestSuite() {
+    s_root = ftpzn::testing::MakeScratchDir("ftpzn-tool");
+    mkdir((s_root + "/d").c_str(), 0755);
+    std::ofstream(s_root + "/d/a b.txt") << "hello";
+    std::ofstream(s_root + "/d/caf\xc3\xa9") << "utf";
+    mkdir((s_root + "/d/sub").c_str(), 0755);
+    mkdir((s_root + "/empty").c_str(), 0755);
+    s_server = FtpTestServer::Start(FtpServerKind::Vsftpd, s_root, s_error).release();
+  }
+  static void TearDownTestSuite() {
+    delete s_server;
+    s_server = nullptr;
+    ftpzn::testing::RemoveTree(s_root);
+  }
+  void SetUp() override { ASSERT_TRUE(s_server) << "cannot start vsftpd: " << s_error; }
+
+  static std::string Url(const std::string& path) { return s_server->Url() + path; }
+
+  static Result Run(const std::string& args, const std::string& input = "") {
+    std::string errFile = s_root + "/../ftpzn-tool-stderr";
+    std::string command = std::string(FTPZN_FTP_TOOL) + " " + args + " 2>" + errFile;
+    std::string inFile = s_root + "/../ftpzn-tool-stdin";
+    if (!input.empty()) {
+      std::ofstream(inFile, std::ios::binary) << input;
+      command += " <" + inFile;
+    }
+    Result r;
+    FILE* p = popen(command.c_str(), "r");
+    char buf[4096];
+    size_t n;
+    while ((n = fread(buf, 1, sizeof buf, p)) > 0) r.out.append(buf, n);
+    int status = pclose(p);
+    r.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    std::ifstream in(errFile);
+    r.err.assign(std::istreambuf_iterator<char>(in), {});
+    remove(errFile.c_str());
+    remove(inFile.c_str());
+    return r;
+  }
+
+  static inline std::string s_root, s_error;
+  static inline FtpTestServer* s_server = nullptr;
+};
+
+TEST_F(ToolTest, LsPrintsTypeSizeTimeName) {
+  Result r = Run("ls " + Url("/d/"));
+  ASSERT_EQ(r.status, 0) << r.err;
+  std::vector<std::string> lines;
+  for (size_t at = 0, lf; (lf = r.out.find('\n', at)) != std::string::npos; at = lf + 1) {
+    lines.push_back(r.out.substr(at, lf - at));
+  }
+  // Sorted by name, the last field.
+  std::sort(lines.begin(), lines.end(), [](const std::string& x, const std::string& y) {
+    return x.substr(x.rfind('\t')) < y.substr(y.rfind('\t'));
+  });
+  ASSERT_EQ(lines.size(), 3u) << r.out;
+  // "f\t5\t2026-11-21T06:26:00Z\ta b.txt": the time is today's, in UTC.
+  auto fields = [](const std::string& line) {
+    std::vector<std::string> f;
+    for (size_t at = 0;;) {
+      size_t tab = line.find('\t', at);
+      f.push_back(line.substr(at, tab - at));
+      if (tab == std::string::npos) return f;
+      at = tab + 1;
+    }
+  };
+  auto a = fields(lines[0]);
+  ASSERT_EQ(a.size(), 4u);
+  EXPECT_EQ(a[0], "f");
+  EXPECT_EQ(a[1], "5");
+  EXPECT_EQ(a[2].size(), 20u);
+  EXPECT_EQ(a[2][10], 'T');
+  EXPECT_EQ(a[2].back(), 'Z');
+  EXPECT_EQ(a[3], "a b.txt");
+  EXPECT_EQ(fields(lines[1]), (std::vector<std::string>{"f", "3", a[2], "caf\xc3\xa9"}));
+  auto d = fields(lines[2]);
+  EXPECT_EQ(d[0], "d");
+  EXPECT_EQ(d[3], "sub");
+
+  r = Run("ls " + Url("/empty/"));
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.out, "");
+}
+
+TEST_F(ToolTest, GetPutRmWithEncodedNames) {
+  std::string local = s_root + "/../ftpzn-tool-local";
+  Result r = Run("get " + Url("/d/a%20b.txt") + " " + local);
+  ASSERT_EQ(r.status, 0) << r.err;
+  std::ifstream in(local);
+  EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), {}), "hello");
+
+  r = Run("--active put " + local + " " + Url("/d/caf%C3%A9%202"));
+  ASSERT_EQ(r.status, 0) << r.err;
+  std::ifstream up(s_root + "/d/caf\xc3\xa9 2");
+  EXPECT_EQ(std::string(std::istreambuf_iterator<char>(up), {}), "hello");
+  EXPECT_EQ(Run("rm " + Url("/d/caf%C3%A9%202")).status, 0);
+  EXPECT_EQ(Run("mkdir " + Url("/d/new%20dir")).status, 0);
+  EXPECT_EQ(Run("pwd " + Url("/d/new%20dir")).out, "/d/new dir\n");
+  EXPECT_EQ(Run("rmdir " + Url("/d/new%20dir")).status, 0);
+  remove(local.c_str());
+}
+
+TEST_F(ToolTest, FailuresReportCodeTextAndReply) {
+  Result r = Run("get " + Url("/d/missing") + " /dev/null");
+  EXPECT_NE(r.status, 0);
+  EXPECT_NE(r.err.find("error 12003: An internal error has occurred."), std::string::npos) << r.err;
+  EXPECT_NE(r.err.find("last reply: 550"), std::string::npos) << r.err;
+
+  std::string bad =
+      "ftp://" + std::string(FtpTestServer::kUser) + ":wrong@127.0.0.1:" + std::to_string(s_server->Port());
+  r = Run("--timeout 5 ls " + bad + "/");
+  EXPECT_NE(r.status, 0);
+  EXPECT_NE(r.err.find("error 12014"), std::string::npos) << r.err;
+  EXPECT_NE(r.err.find("last reply: 530"), std::string::npos) << r.err;
+
+  EXPECT_EQ(Run("frobnicate " + Url("/")).status, 2);
+  EXPECT_NE(Run("ls http://127.0.0.1/").status, 0);
+}
+
+TEST_F(ToolTest, VerboseShowsTheDialogueWithoutThePassword) {
+  Result r = Run("--verbose pwd " + Url("/"));
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.out, "/\n");
+  EXPECT_NE(r.err.find("> USER ftpzntest"), std::string::npos) << r.err;
+  EXPECT_NE(r.err.find("> PASS ****"), std::string::npos) << r.err;
+  EXPECT_NE(r.err.find("< 257"), std::string::npos) << r.err;
+  EXPECT_EQ(r.err.find(FtpTestServer::kPassword), std::string::npos) << r.err;
+}
+
+TEST_F(ToolTest, ParseListReadsListAndMlsdLines) {
+  Result r = Run("parse-list",
+                 "drwxr-xr-x 2 u g 4096 Mar  1  2021 some dir\r\n"
+                 "total 12\n"
+                 "type=file;size=42;modify=20240102030405; x y.bin\n");
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.out, "d\t4096\t2021-03-01T00:00:00Z\tsome dir\nf\t42\t2024-01-02T03:04:05Z\tx y.bin\n");
+}
+
+}  // namespace
