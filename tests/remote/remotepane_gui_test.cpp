@@ -3,9 +3,12 @@
 // is a local directory, so what a command did on the server is checked on
 // disk.
 #include <gtest/gtest.h>
+#include <wx/app.h>
 #include <wx/dnd.h>
 #include <wx/filedlg.h>
+#include <wx/menu.h>
 #include <wx/textctrl.h>
+#include <wx/uiaction.h>
 
 #include <chrono>
 #include <filesystem>
@@ -600,6 +603,35 @@ TEST(RemotePaneUnconnected, AsksForAConnectionAndSavesAnEmptyList) {
   ASSERT_TRUE(fs::exists(out + "/empty.txt"));
   EXPECT_EQ(fs::file_size(out + "/empty.txt"), 0u);
   DialogScript::VerifyAndClear();
+  window->Destroy();
+  ftpzn::test::PumpFor(10);
+}
+
+TEST(RemotePaneUnconnected, ContextMenuIsTheRemotePopup) {
+  auto* window = new CDlgFTPMainWnd;
+  ASSERT_TRUE(window->Create());
+  window->Show();
+  ftpzn::test::PumpFor(50);
+  CFtpListzn1Remote& pane = window->m_ctrlRemote;
+  std::vector<std::pair<int, wxString>> items;
+  pane.Bind(wxEVT_MENU_OPEN, [&items](wxMenuEvent& event) {
+    if (wxMenu* menu = event.GetMenu()) {
+      for (const wxMenuItem* item : menu->GetMenuItems())
+        items.emplace_back(item->GetId(), item->GetItemLabelText());
+    }
+    wxTheApp->CallAfter([] { wxUIActionSimulator().Char(WXK_ESCAPE); });
+  });
+  const wxPoint at = pane.ClientToScreen(wxPoint(40, 60));
+  wxUIActionSimulator().MouseMove(at);
+  ftpzn::test::PumpFor(20);
+  wxContextMenuEvent event(wxEVT_CONTEXT_MENU, pane.GetId(), at);
+  event.SetEventObject(&pane);
+  pane.ProcessWindowEvent(event);
+  const std::vector<std::pair<int, wxString>> remote = {
+      {9107, "Refresh"},          {9108, "Up Directory"},     {9109, "Change Directory"},
+      {9110, "New Directory"},    {9127, "Delete"},           {9126, "Delete File"},
+      {9111, "Delete Directory"}, {9128, "Delete Recursive"}, {9113, "Save List..."}};
+  EXPECT_EQ(items, remote);
   window->Destroy();
   ftpzn::test::PumpFor(10);
 }
