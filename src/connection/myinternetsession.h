@@ -24,7 +24,4 @@ class CMyInternetSession : public inet::CInternetSession {
   wxWindow* m_pReportWnd = nullptr;
 };
 
-// The kernel id of the calling thread, as trace lines show it.
-long CurrentThreadId();
-
 }  // namespace ftpzn

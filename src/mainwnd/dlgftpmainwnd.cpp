@@ -9,7 +9,9 @@
 
 #include <cstdlib>
 
+#include "connection/myinternetsession.h"
 #include "platform/profile.h"
+#include "sites/preferences.h"
 #include "res/menus.h"
 #include "res/resources.h"
 #include "transfer/dlgftptransfermanager.h"
@@ -83,6 +85,8 @@ wxString NewestChars(const wxString& text, size_t limit) {
 }  // namespace
 
 wxBEGIN_EVENT_TABLE(CDlgFTPMainWnd, wxFrame)
+  EVT_MENU(ID_CONNECT, CDlgFTPMainWnd::OnConnect)
+  EVT_BUTTON(ID_CONNECT, CDlgFTPMainWnd::OnConnect)
   EVT_MENU(ID_DISCONNECT, CDlgFTPMainWnd::OnDisconnect)
   EVT_BUTTON(ID_DISCONNECT, CDlgFTPMainWnd::OnDisconnect)
   EVT_MENU(ID_EXIT, CDlgFTPMainWnd::OnExit)
@@ -186,9 +190,9 @@ void CDlgFTPMainWnd::OnInitDialog() {
 
   m_pTransferManager = new CDlgFtpTransferManager;
   m_pTransferManager->Create(m_nTransferManagerShow);
-  m_pTransferManager->m_nTransferMax = ftpzn::GetProfileInt("Settings", "TransferMax", 10);
-  m_pTransferManager->m_nConnectionTimeout = ftpzn::GetProfileInt("Settings", "ConnectionTimeout", 30);
-  m_pTransferManager->m_bRemoveFailed = ftpzn::GetProfileInt("Settings", "RemoveFailed", 0);
+  m_pTransferManager->m_nTransferMax = ftpzn::ReadTransferMax();
+  m_pTransferManager->m_nConnectionTimeout = ftpzn::ReadConnectionTimeout();
+  m_pTransferManager->m_bRemoveFailed = ftpzn::ReadRemoveFailed();
   m_pTransferManager->m_pFtpMainWnd = this;
 
   SetIcon(LoadIcon(kIconMainWindow, 32));
@@ -261,7 +265,10 @@ int CDlgFTPMainWnd::SetLocalDirectory(wxString dir) {
   return m_strLocalDir.empty() ? 0 : 1;
 }
 
-void CDlgFTPMainWnd::RefreshRemoteDirectory() { UpdateData(false); }
+void CDlgFTPMainWnd::RefreshRemoteDirectory() {
+  m_site.m_strInitialPath = m_strRemoteDir;
+  UpdateData(false);
+}
 
 bool CDlgFTPMainWnd::AddTrace(uintptr_t, unsigned long dwThreadId, const wxString& text) {
   if (dwThreadId != 0)
@@ -270,10 +277,6 @@ bool CDlgFTPMainWnd::AddTrace(uintptr_t, unsigned long dwThreadId, const wxStrin
     m_strRemoteTrace += wxString::Format("%s \n", text);
   UpdateData(false);
   return true;
-}
-
-void CDlgFTPMainWnd::Disconnect() {
-  if (m_ctrlRemote.GetHandle()) m_ctrlRemote.DeleteAllItems();
 }
 
 bool CDlgFTPMainWnd::TryBefore(wxEvent& event) {

@@ -8,14 +8,20 @@
 #include <wx/frame.h>
 
 #include <cstdint>
+#include <memory>
 
+#include "inet/inet.h"
 #include "panes/ftplistzn.h"
+#include "sites/ftpsite.h"
 
 class wxButton;
 class wxGUIEventLoop;
 class wxPanel;
 class wxTextCtrl;
 class CDlgFtpTransferManager;
+namespace ftpzn {
+class CMyInternetSession;
+}
 
 class CDlgFTPMainWnd : public wxFrame {
  public:
@@ -74,7 +80,14 @@ class CDlgFTPMainWnd : public wxFrame {
   // Appends "[id] text \n" (id not 0) or "text \n" to the trace.
   bool AddTrace(uintptr_t nUnused, unsigned long dwThreadId, const wxString& text);
 
+  // Closes the connection and the session (a trace line each) and empties
+  // the remote pane.
   void Disconnect();
+  // Logs in to the current site with its attempts and pauses; leaves the
+  // connection set or null.
+  void ConnectRoutine();
+  // True when the connection answers; a dead one is closed and dropped.
+  bool CheckConnection();
 
   // Splitter moves by d pixels; refused moves change nothing.
   void MoveVerticalSplit(int d);
@@ -93,6 +106,9 @@ class CDlgFTPMainWnd : public wxFrame {
   wxString m_strLocalTrace;
   wxString m_strRemoteTrace;
   CDlgFtpTransferManager* m_pTransferManager = nullptr;
+  CFtpSite m_site;
+  std::unique_ptr<ftpzn::inet::CFtpConnection> m_pFtpConnection;
+  std::unique_ptr<ftpzn::CMyInternetSession> m_pInetSession;
   void* m_pReserved = nullptr;
   wxString m_strReserved;
   int m_nTransferManagerShow = 0;
@@ -100,6 +116,7 @@ class CDlgFTPMainWnd : public wxFrame {
   int m_nReserved = 0;
   wxString m_strReserved2;
   wxString m_strServerName;
+  CFtpSite m_sites[10];  // made and destroyed with the window, not used
   wxTextCtrl* m_editLocalDir = nullptr;
   wxTextCtrl* m_editRemoteDir = nullptr;
   wxTextCtrl* m_richLocalTrace = nullptr;
@@ -130,6 +147,7 @@ class CDlgFTPMainWnd : public wxFrame {
   void OnClose(wxCloseEvent& event);
   void OnCharHook(wxKeyEvent& event);
 
+  void OnConnect(wxCommandEvent& event);
   void OnDisconnect(wxCommandEvent& event);
   void OnExit(wxCommandEvent& event);
   void OnLocal(wxCommandEvent& event);

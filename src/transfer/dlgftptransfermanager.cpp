@@ -3,7 +3,7 @@
 #include <wx/listctrl.h>
 #include <wx/settings.h>
 
-#include "platform/profile.h"
+#include "sites/preferences.h"
 #include "res/resources.h"
 
 wxBEGIN_EVENT_TABLE(CDlgFtpTransferManager, wxFrame)
@@ -28,7 +28,7 @@ bool CDlgFtpTransferManager::Create(int show) {
 }
 
 void CDlgFtpTransferManager::OnClose(wxCloseEvent& event) {
-  ftpzn::WriteProfileInt("Settings", "ShowTransferManager", 0);
+  ftpzn::WriteShowTransferManager(0);
   if (event.CanVeto()) {
     event.Veto();
     Hide();

@@ -10,6 +10,7 @@
 
 #include "connection/myinternetsession.h"
 #include "connection/sessionstatus.h"
+#include "platform/threadid.h"
 #include "ftp_servers.h"
 
 namespace ftpzn {
@@ -24,7 +25,7 @@ class WatchedSession : public CMyInternetSession {
   WatchedSession() : CMyInternetSession(L"ftpzn", 1, 0, nullptr, nullptr, 0) {}
   void OnStatusCallback(uintptr_t context, uint32_t status, const void* info, uint32_t infoLength) override {
     statuses.push_back(status);
-    lines.push_back(ComposeStatusLine(CurrentThreadId(), status, info, infoLength).utf8_string());
+    lines.push_back(ComposeStatusLine(static_cast<long>(CurrentThreadId()), status, info, infoLength).utf8_string());
     CMyInternetSession::OnStatusCallback(context, status, info, infoLength);
   }
   std::vector<uint32_t> statuses;

@@ -155,7 +155,9 @@ TEST(DataExchangeTest, IntegerFieldsTakeBlanksAndSigned32BitDecimalsOnly) {
   for (const Case& c : cases) {
     int value = 0;
     EXPECT_EQ(ftpzn::ParseInt32(c.text, value), c.ok) << c.text;
-    if (c.ok) EXPECT_EQ(value, c.value) << c.text;
+    if (c.ok) {
+      EXPECT_EQ(value, c.value) << c.text;
+    }
   }
 
   FramePtr frame = MakeFrame();
