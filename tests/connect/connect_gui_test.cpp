@@ -1,0 +1,269 @@
+// The main window's Connect and Disconnect as a user drives them: the site
+// manager filled in and confirmed, attempts traced, the pause dialog between
+// attempts, and no connection left open on the server afterwards.
+#include <gtest/gtest.h>
+#include <wx/app.h>
+#include <wx/button.h>
+#include <wx/textctrl.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <memory>
+#include <sstream>
+
+#include "ftp_servers.h"
+#include "gui_harness.h"
+#include "mainwnd/dlgftpmainwnd.h"
+#include "platform/threadid.h"
+#include "sites/dlgconnect.h"
+#include "sites/sitefile.h"
+#include "ui/dlgwaitmessage.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using ftpzn::test::DialogScript;
+using ftpzn::test::ExpectedDialog;
+using ftpzn::testing::FtpServerKind;
+using ftpzn::testing::FtpTestServer;
+
+struct Served {
+  std::string root;
+  std::unique_ptr<FtpTestServer> server;
+  std::string error;
+};
+
+Served& ServerFor(FtpServerKind kind) {
+  static std::map<FtpServerKind, Served> servers;
+  Served& s = servers[kind];
+  if (s.server || !s.error.empty()) return s;
+  s.root = ftpzn::testing::MakeScratchDir(std::string("ftpzn-connect-") + ftpzn::testing::FtpServerName(kind));
+  fs::create_directories(s.root + "/pub/data");
+  fs::create_directories(s.root + "/pub/empty");
+  for (const char* name : {"a.txt", "b.bin"}) std::ofstream(s.root + "/pub/" + name) << name;
+  std::ofstream(s.root + "/pub/data/inside.txt") << "inside";
+  ftpzn::testing::GiveToTestAccount(s.root);
+  s.server = FtpTestServer::Start(kind, s.root, s.error);
+  return s;
+}
+
+// What the user types into "FTP Sites" before pressing Connect.
+struct SiteInput {
+  wxString host = "127.0.0.1";
+  int port = 21;
+  wxString login = FtpTestServer::kUser;
+  wxString password = FtpTestServer::kPassword;
+  wxString path = "/pub";
+  int retries = 3;
+  int delay = 7;
+};
+
+void ExpectSiteManager(const SiteInput& in) {
+  ExpectedDialog expected;
+  expected.description = "FTP Sites";
+  expected.interact = [in](wxDialog* d) {
+    ASSERT_NE(dynamic_cast<CDlgConnect*>(d), nullptr);
+    auto set = [d](int id, const wxString& value) {
+      auto* text = dynamic_cast<wxTextCtrl*>(d->FindWindow(id));
+      ASSERT_NE(text, nullptr) << id;
+      text->SetValue(value);
+    };
+    set(CDlgConnect::IDC_HOST, in.host);
+    set(CDlgConnect::IDC_PORT, wxString::Format("%d", in.port));
+    set(CDlgConnect::IDC_LOGIN, in.login);
+    set(CDlgConnect::IDC_PASSWORD, in.password);
+    set(CDlgConnect::IDC_INITIAL_PATH, in.path);
+    set(CDlgConnect::IDC_RETRIES, wxString::Format("%d", in.retries));
+    set(CDlgConnect::IDC_RETRY_DELAY, wxString::Format("%d", in.delay));
+    wxCommandEvent click(wxEVT_BUTTON, 1);
+    click.SetEventObject(d->FindWindow(1));
+    d->FindWindow(1)->GetEventHandler()->ProcessEvent(click);
+  };
+  DialogScript::Expect(expected);
+}
+
+// Sockets of this machine connected to or from `port` (either side).
+int EstablishedOn(uint16_t port) {
+  int count = 0;
+  for (const char* table : {"/proc/net/tcp", "/proc/net/tcp6"}) {
+    std::ifstream in(table);
+    std::string line;
+    std::getline(in, line);
+    while (std::getline(in, line)) {
+      std::istringstream fields(line);
+      std::string slot, local, remote, state;
+      fields >> slot >> local >> remote >> state;
+      const auto portOf = [](const std::string& address) {
+        return static_cast<uint16_t>(std::stoul(address.substr(address.find(':') + 1), nullptr, 16));
+      };
+      if (state == "01" && (portOf(local) == port || portOf(remote) == port)) ++count;
+    }
+  }
+  return count;
+}
+
+class ConnectTest : public testing::TestWithParam<FtpServerKind> {
+ protected:
+  void SetUp() override {
+    Served& served = ServerFor(GetParam());
+    ASSERT_TRUE(served.server) << "cannot start " << ftpzn::testing::FtpServerName(GetParam()) << ": "
+                               << served.error;
+    m_port = served.server->Port();
+    // The site manager reads and writes its site file in a scratch folder.
+    m_sitesDir = ftpzn::test::MakeTempDir("ftpzn-connect-sites-");
+    ftpzn::SetModuleDirectoryForTesting(wxString::FromUTF8(m_sitesDir + "/"));
+    m_window = std::make_unique<CDlgFTPMainWnd>();
+    ASSERT_TRUE(m_window->Create());
+    m_window->Show();
+    m_tid = wxString::Format("[%d] ", static_cast<int>(ftpzn::CurrentThreadId()));
+  }
+  void TearDown() override {
+    if (m_window) m_window->Disconnect();
+    m_window.reset();
+    DialogScript::VerifyAndClear();
+  }
+  SiteInput Site() const {
+    SiteInput in;
+    in.port = m_port;
+    return in;
+  }
+  void Connect(const SiteInput& in) {
+    ExpectSiteManager(in);
+    wxCommandEvent command(wxEVT_MENU, 9094);
+    command.SetEventObject(m_window.get());
+    m_window->ProcessWindowEvent(command);
+  }
+  wxString Trace() const { return m_window->m_strRemoteTrace; }
+  std::vector<wxString> RemoteNames() const {
+    std::vector<wxString> names;
+    for (int i = 0; i < m_window->m_ctrlRemote.GetItemCount(); ++i)
+      names.push_back(m_window->m_ctrlRemote.GetItemText(i));
+    return names;
+  }
+  bool NoConnectionsLeft() const {
+    return ftpzn::test::PumpUntil([&] { return EstablishedOn(m_port) == 0; }, 5000);
+  }
+
+  uint16_t m_port = 0;
+  std::string m_sitesDir;
+  std::unique_ptr<CDlgFTPMainWnd> m_window;
+  wxString m_tid;
+};
+
+TEST_P(ConnectTest, GoodCredentialsConnectTraceAndListTheInitialPath) {
+  Connect(Site());
+  ASSERT_NE(m_window->m_pFtpConnection, nullptr);
+  EXPECT_EQ(Trace(), m_tid + "Connecting to: 127.0.0.1 (Attempt 1 of 3) \n" + m_tid +
+                         "Successfully connected to:127.0.0.1 \n");
+  EXPECT_EQ(m_window->m_strServerName, "127.0.0.1");
+  EXPECT_EQ(m_window->m_site.m_strHost, "ftp://127.0.0.1/pub") << "the scheme and the path were added";
+  EXPECT_EQ(m_window->m_strRemoteDir, "/pub");
+  EXPECT_EQ(m_window->m_editRemoteDir->GetValue(), "/pub");
+  const std::vector<wxString> names = RemoteNames();
+  ASSERT_EQ(names.size(), 5u);
+  EXPECT_EQ(names[0], "..Up");
+  for (const char* name : {"a.txt", "b.bin", "data", "empty"})
+    EXPECT_NE(std::find(names.begin(), names.end(), name), names.end()) << name;
+  EXPECT_TRUE(m_window->CheckConnection());
+  EXPECT_EQ(EstablishedOn(m_port), 2) << "one control connection, seen from both ends";
+
+  // Connect while connected closes the old connection first.
+  SiteInput again = Site();
+  again.path = "\\pub\\data";
+  Connect(again);
+  const wxString second = Trace().Mid(Trace().Find("Successfully") + 1);
+  EXPECT_TRUE(second.Contains(m_tid + "Closed Ftp connection \n" + m_tid + "Close Ftp session \n" + m_tid +
+                              "Connecting to: 127.0.0.1 (Attempt 1 of 3)"))
+      << Trace();
+  EXPECT_EQ(m_window->m_site.m_strInitialPath, "/pub/data") << "backslashes become slashes";
+  EXPECT_EQ(m_window->m_site.m_strHost, "ftp://127.0.0.1/pub/data");
+  EXPECT_EQ(m_window->m_strRemoteDir, "/pub/data");
+  EXPECT_EQ(RemoteNames(), (std::vector<wxString>{"..Up", "inside.txt"}));
+  EXPECT_EQ(EstablishedOn(m_port), 2);
+
+  // Disconnect: two trace lines, an empty pane, nothing left on the server.
+  const size_t before = Trace().length();
+  wxCommandEvent disconnect(wxEVT_MENU, 9097);
+  m_window->ProcessWindowEvent(disconnect);
+  EXPECT_EQ(Trace().Mid(before), m_tid + "Closed Ftp connection \n" + m_tid + "Close Ftp session \n");
+  EXPECT_EQ(m_window->m_pFtpConnection, nullptr);
+  EXPECT_EQ(m_window->m_ctrlRemote.GetItemCount(), 0);
+  EXPECT_TRUE(NoConnectionsLeft());
+  EXPECT_FALSE(m_window->CheckConnection());
+}
+
+TEST_P(ConnectTest, ABadPasswordPausesAndCancellingThePauseEndsTheAttempts) {
+  SiteInput in = Site();
+  in.password = "wrong";
+  ExpectSiteManager(in);
+  DialogScript::ExpectModal<CDlgWaitMessage>(2, [](CDlgWaitMessage* pause) {
+    EXPECT_EQ(pause->m_nSeconds, 7);
+    EXPECT_FALSE(pause->m_strMessage.empty());
+  });
+  wxCommandEvent command(wxEVT_MENU, 9094);
+  m_window->ProcessWindowEvent(command);
+  EXPECT_EQ(m_window->m_pFtpConnection, nullptr);
+  const wxString trace = Trace();
+  EXPECT_TRUE(trace.StartsWith(m_tid + "Connecting to: 127.0.0.1 (Attempt 1 of 3) \n" + m_tid + "530")) << trace;
+  EXPECT_FALSE(trace.Contains("Attempt 2")) << "Cancel in the pause ends the attempts";
+  EXPECT_TRUE(trace.EndsWith(m_tid + "Failed in connecting to: 127.0.0.1  \n")) << trace;
+  EXPECT_TRUE(DialogScript::MessageBoxTexts().empty()) << "no message box after a cancelled pause";
+  EXPECT_EQ(m_window->m_ctrlRemote.GetItemCount(), 0);
+  EXPECT_TRUE(NoConnectionsLeft());
+}
+
+TEST_P(ConnectTest, TheLastFailedAttemptShowsTheReplyAndTheErrorText) {
+  SiteInput in = Site();
+  in.password = "wrong";
+  in.retries = 1;
+  ExpectSiteManager(in);
+  DialogScript::ExpectMessageBox();
+  wxCommandEvent command(wxEVT_MENU, 9094);
+  m_window->ProcessWindowEvent(command);
+  ASSERT_EQ(DialogScript::MessageBoxTexts().size(), 1u);
+  const wxString box = DialogScript::MessageBoxTexts()[0];
+  EXPECT_TRUE(box.StartsWith("530")) << box;
+  EXPECT_TRUE(box.Contains("\r\nThe request to connect")) << box;
+  EXPECT_TRUE(Trace().Contains("Attempt 1 of 1"));
+}
+
+TEST_P(ConnectTest, NoAttemptsWithRetriesZeroAndAnHttpHostIsRefused) {
+  SiteInput in = Site();
+  in.retries = 0;
+  Connect(in);
+  EXPECT_EQ(Trace(), m_tid + "Failed in connecting to: 127.0.0.1  \n");
+  EXPECT_EQ(m_window->m_pFtpConnection, nullptr);
+
+  SiteInput web = Site();
+  web.host = "http://127.0.0.1";
+  web.path = "";
+  ExpectSiteManager(web);
+  DialogScript::ExpectMessageBox();
+  wxCommandEvent command(wxEVT_MENU, 9094);
+  m_window->ProcessWindowEvent(command);
+  ASSERT_EQ(DialogScript::MessageBoxTexts().size(), 1u);
+  EXPECT_EQ(DialogScript::MessageBoxTexts()[0], "Please enter a valid FTP URL");
+  EXPECT_TRUE(Trace().EndsWith(m_tid + "Failed in connecting to: 127.0.0.1  \n")) << Trace();
+  EXPECT_FALSE(Trace().Contains("Attempt"));
+}
+
+TEST_P(ConnectTest, ExitDisconnectsLeavingNothingOnTheServer) {
+  Connect(Site());
+  ASSERT_NE(m_window->m_pFtpConnection, nullptr);
+  wxCommandEvent exit(wxEVT_MENU, 9095);
+  m_window->ProcessWindowEvent(exit);
+  EXPECT_EQ(m_window->m_pFtpConnection, nullptr);
+  EXPECT_EQ(m_window->m_pInetSession, nullptr);
+  EXPECT_TRUE(Trace().EndsWith(m_tid + "Closed Ftp connection \n" + m_tid + "Close Ftp session \n"));
+  EXPECT_TRUE(NoConnectionsLeft());
+}
+
+INSTANTIATE_TEST_SUITE_P(Servers, ConnectTest,
+                         testing::Values(FtpServerKind::Vsftpd, FtpServerKind::PureFtpd),
+                         [](const testing::TestParamInfo<FtpServerKind>& info) {
+                           return std::string(ftpzn::testing::FtpServerName(info.param));
+                         });
+
+}  // namespace
