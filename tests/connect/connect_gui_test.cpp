@@ -168,6 +168,7 @@ TEST_P(ConnectTest, GoodCredentialsConnectTraceAndListTheInitialPath) {
     EXPECT_NE(std::find(names.begin(), names.end(), name), names.end()) << name;
   EXPECT_TRUE(m_window->CheckConnection());
   EXPECT_EQ(EstablishedOn(m_port), 2) << "one control connection, seen from both ends";
+  if (GetParam() == FtpServerKind::Vsftpd) ftpzn::test::SaveScreenshot("connected");
 
   // Connect while connected closes the old connection first.
   SiteInput again = Site();
