@@ -170,6 +170,14 @@ TEST_P(ConnectTest, GoodCredentialsConnectTraceAndListTheInitialPath) {
   EXPECT_EQ(EstablishedOn(m_port), 2) << "one control connection, seen from both ends";
   if (GetParam() == FtpServerKind::Vsftpd) ftpzn::test::SaveScreenshot("connected");
 
+  // Browsing over the connection the site manager made.
+  ASSERT_EQ(m_window->m_ctrlRemote.OpenItem(m_window->m_ctrlRemote.FindItemByName("data")), 1);
+  EXPECT_EQ(m_window->m_strRemoteDir, "/pub/data");
+  EXPECT_EQ(RemoteNames(), (std::vector<wxString>{"..Up", "inside.txt"}));
+  ASSERT_EQ(m_window->m_ctrlRemote.GoUpDirectory(), 1);
+  EXPECT_EQ(m_window->m_strRemoteDir, "/pub");
+  EXPECT_EQ(m_window->m_editRemoteDir->GetValue(), "/pub");
+
   // Connect while connected closes the old connection first.
   SiteInput again = Site();
   again.path = "\\pub\\data";
