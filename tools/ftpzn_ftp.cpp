@@ -237,24 +237,35 @@ int Run(std::vector<std::string> args) {
   } else if (command == "rm") {
     Check(c->Remove(t.path));
   } else if (command == "get") {
-    std::unique_ptr<FILE, int (*)(FILE*)> out(std::fopen(args[1].c_str(), "wb"), std::fclose);
+    Fd out(open(args[1].c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
     if (!out) throw Failure{"cannot create " + args[1] + ": " + std::strerror(errno)};
-    std::vector<char> local(64 * 1024);
-    setvbuf(out.get(), local.data(), _IOFBF, local.size());
+    // Blocks are read one after another into a larger buffer that goes to
+    // the file in one write: no stdio copy on the way.
+    std::vector<char> local(256 * 1024);
+    size_t filled = 0;
+    auto flush = [&] {
+      for (size_t at = 0; at < filled;) {
+        ssize_t n = write(out.Get(), local.data() + at, filled - at);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) throw Failure{"cannot write " + args[1] + ": " + std::strerror(errno)};
+        at += static_cast<size_t>(n);
+      }
+      filled = 0;
+    };
     try {
       auto file = c->OpenFile(t.path, GENERIC_READ, FTP_TRANSFER_TYPE_BINARY);
-      char block[kBlock];
       for (;;) {
-        uint32_t n = file->Read(block, kBlock);
+        if (local.size() - filled < kBlock) flush();
+        uint32_t n = file->Read(local.data() + filled, kBlock);
         if (n == 0) break;
-        if (std::fwrite(block, 1, n, out.get()) != n) throw Failure{"cannot write " + args[1]};
+        filled += n;
       }
       file->Close();
       Check(GetLastError() == 0);
     } catch (const CInternetException& e) {
       EngineFailure(e.m_dwError);
     }
-    if (std::fflush(out.get()) != 0) throw Failure{"cannot write " + args[1] + ": " + std::strerror(errno)};
+    flush();
   } else if (command == "put") {
     Fd in(open(args[0].c_str(), O_RDONLY | O_CLOEXEC));
     struct stat st {};
