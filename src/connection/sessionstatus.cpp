@@ -3,10 +3,16 @@
 #include <cwchar>
 
 #include "inet/errortext.h"
+#include "inet/inet.h"
 
 namespace ftpzn {
 
 namespace {
+
+// Reports the engine never makes but the table has lines for.
+constexpr uint32_t kStatusRequestComplete = 100;
+constexpr uint32_t kStatusRedirect = 110;
+constexpr uint32_t kStatusStateChange = 200;
 
 // The name the engine hands over, read no further than its length or its
 // terminator, whichever comes first.
@@ -23,47 +29,47 @@ wxString InfoText(const void* info, uint32_t infoLength) {
 wxString ComposeStatusLine(long threadId, uint32_t status, const void* info, uint32_t infoLength) {
   const char* fixed = nullptr;
   switch (status) {
-    case 10:
+    case inet::INTERNET_STATUS_RESOLVING_NAME:
       return wxString::Format("[%ld] resolving name for %s", threadId, InfoText(info, infoLength));
-    case 11:
+    case inet::INTERNET_STATUS_NAME_RESOLVED:
       return wxString::Format("[%ld] resolved name for %s!", threadId, InfoText(info, infoLength));
-    case 20:
+    case inet::INTERNET_STATUS_CONNECTING_TO_SERVER:
       fixed = "Connecting to server...";
       break;
-    case 21:
+    case inet::INTERNET_STATUS_CONNECTED_TO_SERVER:
       fixed = "Connected to server!";
       break;
-    case 30:
+    case inet::INTERNET_STATUS_SENDING_REQUEST:
       fixed = "Sending request...";
       break;
-    case 31:
+    case inet::INTERNET_STATUS_REQUEST_SENT:
       fixed = "Request sent";
       break;
-    case 40:
+    case inet::INTERNET_STATUS_RECEIVING_RESPONSE:
       fixed = "Receiving response...";
       break;
-    case 41:
+    case inet::INTERNET_STATUS_RESPONSE_RECEIVED:
       fixed = "Response received!";
       break;
-    case 50:
+    case inet::INTERNET_STATUS_CLOSING_CONNECTION:
       fixed = "Closing connection...";
       break;
-    case 51:
+    case inet::INTERNET_STATUS_CONNECTION_CLOSED:
       fixed = "Connection close!";
       break;
-    case 60:
+    case inet::INTERNET_STATUS_HANDLE_CREATED:
       fixed = "Connection created!";
       break;
-    case 70:
+    case inet::INTERNET_STATUS_HANDLE_CLOSING:
       fixed = "Closing Connection...";
       break;
-    case 100:
+    case kStatusRequestComplete:
       fixed = "request complete";
       break;
-    case 110:
+    case kStatusRedirect:
       fixed = "Redirected to URL";
       break;
-    case 200:
+    case kStatusStateChange:
       fixed = "Busy";
       break;
     default:

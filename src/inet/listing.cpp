@@ -1,9 +1,11 @@
 // The dispatcher over the listing families, and the helpers they share.
 #include "inet/listing.h"
 
+#include <algorithm>
 #include <array>
 #include <ctime>
 #include <string>
+#include <unordered_map>
 #include <utility>
 
 #include "inet/listparse.h"
@@ -15,9 +17,9 @@ namespace {
 // Ordered by how cheaply and how surely a family rejects a foreign line: each
 // parser checks a fixed shape (permission column, DOS date, '+' fact list)
 // before it takes anything.
-constexpr std::array<listparse::ParseFn, 7> kListParsers = {
+constexpr std::array<listparse::ParseFn, 8> kListParsers = {
     listparse::ParseUnixLine,    listparse::ParseDosLine, listparse::ParseEplfLine,  listparse::ParseVmsLine,
-    listparse::ParseNetwareLine, listparse::ParseOs2Line, listparse::ParseOs400Line,
+    listparse::ParseNetwareLine, listparse::ParseOs2Line, listparse::ParseOs400Line, listparse::ParseMvsLine,
 };
 
 }  // namespace
@@ -41,8 +43,9 @@ namespace ftpzn::inet::listparse {
 
 bool IsBlank(char c) { return c == ' ' || c == '\t'; }
 
-std::vector<Token> Tokenize(std::string_view line, size_t maxTokens) {
-  std::vector<Token> tokens;
+TokenList Tokenize(std::string_view line, size_t maxTokens) {
+  TokenList tokens;
+  maxTokens = std::min(maxTokens, TokenList::kCapacity);
   size_t i = 0;
   while (i < line.size() && tokens.size() < maxTokens) {
     while (i < line.size() && IsBlank(line[i])) ++i;
@@ -56,7 +59,8 @@ std::vector<Token> Tokenize(std::string_view line, size_t maxTokens) {
 
 std::optional<std::string_view> StripLineEnd(std::string_view line) {
   while (!line.empty() && (line.back() == '\n' || line.back() == '\r')) line.remove_suffix(1);
-  if (line.find_first_of(std::string_view("\0\r\n", 3)) != std::string_view::npos) return std::nullopt;
+  for (char c : line)
+    if (c == '\0' || c == '\r' || c == '\n') return std::nullopt;
   return line;
 }
 
@@ -122,143 +126,71 @@ std::string FoldCase(std::string_view word) {
   return folded;
 }
 
-struct MonthName {
-  std::string_view name;
-  int month;
+// Month words, January to December on each row ("-" where a row has no word
+// of its own): the abbreviations the C libraries of common FTP hosts print
+// for "%b" in each locale, and the older or written-out forms some servers
+// use. No word means different months in two rows; a word that could be two
+// months ("jui" for juin or juillet) is left out.
+constexpr std::string_view kMonthRows[] = {
+    "jan feb mar apr may jun jul aug sep oct nov dec",         // English
+    "- - - april - juni juli - sept - - -",                    // written out (de, nl, sv, da, no)
+    "jän - mär - mai - - - - okt - dez",                       // German
+    "- - mrz - - - - - - - - -",                               // German, older
+    "- - märz - - - - - - - - -",                              // German, written out
+    "janv févr mars avr mai juin juil août sept oct nov déc",  // French
+    "- fév - avril - - - aoû - - - -",                         // French, other forms
+    "- fevr - - - - - aout - - - -",                           // French, without accents
+    "ene feb mar abr may jun jul ago sep oct nov dic",         // Spanish
+    "gen feb mar apr mag giu lug ago set ott nov dic",         // Italian
+    "jan feb mrt apr mei jun jul aug sep okt nov dec",         // Dutch
+    "jan feb mar apr maj jun jul aug sep okt nov dec",         // Swedish, Danish
+    "- - - - - - - - - - - des",                               // Norwegian
+    "jan fev mar abr mai jun jul ago set out nov dez",         // Portuguese
+    "sty lut mar kwi maj cze lip sie wrz paź lis gru",         // Polish
+    "led úno bře dub kvě čen čec srp zář říj lis pro",         // Czech
+    "- - - - - čvn čvc - - - - -",                             // Czech, older
+    "jan febr márc ápr máj jún júl aug szept okt nov dec",     // Hungarian
+    "oca şub mar nis may haz tem ağu eyl eki kas ara",         // Turkish
+    "янв фев мар апр май июн июл авг сен окт ноя дек",         // Russian
+    "- февр марта - мая июня июля - сент - нояб -",            // Russian, genitive
+    "січ лют бер кві тра чер лип сер вер жов лис гру",         // Ukrainian
 };
 
-// Abbreviations as the C libraries of common FTP hosts print them ("%b"),
-// plus the older or longer forms some servers use. No two languages give one
-// word different months; a word that could be two months ("jui" for juin or
-// juillet) is left out.
-constexpr MonthName kMonthNames[] = {
-    // English
-    {"jan", 1},
-    {"feb", 2},
-    {"mar", 3},
-    {"apr", 4},
-    {"may", 5},
-    {"jun", 6},
-    {"jul", 7},
-    {"aug", 8},
-    {"sep", 9},
-    {"sept", 9},
-    {"oct", 10},
-    {"nov", 11},
-    {"dec", 12},
-    // German
-    {"jän", 1},
-    {"mär", 3},
-    {"mrz", 3},
-    {"mai", 5},
-    {"okt", 10},
-    {"dez", 12},
-    // French
-    {"janv", 1},
-    {"févr", 2},
-    {"fév", 2},
-    {"fevr", 2},
-    {"mars", 3},
-    {"avr", 4},
-    {"juin", 6},
-    {"juil", 7},
-    {"août", 8},
-    {"aoû", 8},
-    {"aout", 8},
-    {"déc", 12},
-    // Spanish
-    {"ene", 1},
-    {"abr", 4},
-    {"ago", 8},
-    {"dic", 12},
-    // Italian
-    {"gen", 1},
-    {"mag", 5},
-    {"giu", 6},
-    {"lug", 7},
-    {"set", 9},
-    {"ott", 10},
-    // Dutch
-    {"mrt", 3},
-    {"mei", 5},
-    // Swedish, Danish, Norwegian
-    {"maj", 5},
-    {"des", 12},
-    // Portuguese
-    {"fev", 2},
-    {"out", 10},
-    {"dez", 12},
-    // Polish
-    {"sty", 1},
-    {"lut", 2},
-    {"kwi", 4},
-    {"cze", 6},
-    {"lip", 7},
-    {"sie", 8},
-    {"wrz", 9},
-    {"paź", 10},
-    {"lis", 11},
-    {"gru", 12},
-    // Czech
-    {"led", 1},
-    {"úno", 2},
-    {"bře", 3},
-    {"dub", 4},
-    {"kvě", 5},
-    {"čvn", 6},
-    {"čvc", 7},
-    {"srp", 8},
-    {"zář", 9},
-    {"říj", 10},
-    {"pro", 12},
-    // Hungarian
-    {"febr", 2},
-    {"márc", 3},
-    {"ápr", 4},
-    {"máj", 5},
-    {"jún", 6},
-    {"júl", 7},
-    {"szept", 9},
-    // Russian (nominative and genitive forms, both in use)
-    {"янв", 1},
-    {"фев", 2},
-    {"февр", 2},
-    {"мар", 3},
-    {"марта", 3},
-    {"апр", 4},
-    {"май", 5},
-    {"мая", 5},
-    {"июн", 6},
-    {"июня", 6},
-    {"июл", 7},
-    {"июля", 7},
-    {"авг", 8},
-    {"сен", 9},
-    {"сент", 9},
-    {"окт", 10},
-    {"ноя", 11},
-    {"нояб", 11},
-    {"дек", 12},
-};
+// The words of kMonthRows, folded, to their month.
+const std::unordered_map<std::string, int>& MonthWords() {
+  static const std::unordered_map<std::string, int> words = [] {
+    std::unordered_map<std::string, int> map;
+    for (std::string_view row : kMonthRows) {
+      int month = 1;
+      for (const Token& word : Tokenize(row)) {
+        if (word.text != "-") map.emplace(FoldCase(word.text), month);
+        ++month;
+      }
+    }
+    return map;
+  }();
+  return words;
+}
 
 }  // namespace
 
 int MonthFromName(std::string_view word) {
   if (!word.empty() && word.back() == '.') word.remove_suffix(1);
   if (word.empty() || word.size() > 12) return 0;
-  // "1月" .. "12月": Japanese, Chinese and Korean ("월") locales.
-  for (std::string_view suffix : {std::string_view("\xE6\x9C\x88"), std::string_view("\xEC\x9B\x94")}) {
-    if (word.size() > suffix.size() && word.ends_with(suffix)) {
+  // "1月" .. "12月": Japanese, Chinese and Korean ("월") locales. Every other
+  // month word starts with a letter, so the numeric columns stop here.
+  if (word[0] >= '0' && word[0] <= '9') {
+    for (std::string_view suffix : {std::string_view("\xE6\x9C\x88"), std::string_view("\xEC\x9B\x94")}) {
       int month = 0;
-      if (ParseInt(word.substr(0, word.size() - suffix.size()), month) && month >= 1 && month <= 12)
+      if (word.ends_with(suffix) && ParseInt(word.substr(0, word.size() - suffix.size()), month) &&
+          month >= 1 && month <= 12)
         return month;
-      return 0;
     }
+    return 0;
   }
-  std::string folded = FoldCase(word);
-  for (const auto& entry : kMonthNames)
-    if (entry.name == folded) return entry.month;
-  return 0;
+  const auto& words = MonthWords();
+  auto it = words.find(FoldCase(word));
+  return it != words.end() ? it->second : 0;
 }
 
 bool ParseTimeOfDay(std::string_view s, TimeOfDay& out) {

@@ -26,8 +26,14 @@ struct ListClock {
 // One LIST line of any family the engine knows (Unix ls, DOS/IIS, ...).
 // Returns false for lines no parser accepts (totals, banners, damage):
 // those are skipped, never guessed.
+// A trailing CR or LF is ignored; a NUL, CR or LF inside refuses the line.
+// "." and ".." are returned like any entry: the caller drops them. LIST
+// times carry no zone and are taken as UTC. A date without a year is this
+// year's unless that puts it more than 183 days after now, then last year's.
 bool ParseListLine(std::string_view line, const ListClock& clock, FtpListEntry& out);
-// One MLSD line: "fact=value;fact=value; name".
+// One MLSD line: "fact=value;fact=value; name". The name is everything
+// after the first blank. type=cdir and type=pdir come back as directories
+// named "." and "..", whatever path the server gave them.
 bool ParseMlsdLine(std::string_view line, FtpListEntry& out);
 
 }  // namespace ftpzn::inet

@@ -3,10 +3,10 @@
 // need. Internal to the listing library.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <optional>
 #include <string_view>
-#include <vector>
 
 #include "inet/listing.h"
 
@@ -21,6 +21,7 @@ bool ParseVmsLine(std::string_view line, const ListClock& clock, FtpListEntry& o
 bool ParseNetwareLine(std::string_view line, const ListClock& clock, FtpListEntry& out);
 bool ParseOs2Line(std::string_view line, const ListClock& clock, FtpListEntry& out);
 bool ParseOs400Line(std::string_view line, const ListClock& clock, FtpListEntry& out);
+bool ParseMvsLine(std::string_view line, const ListClock& clock, FtpListEntry& out);
 
 // A whitespace-separated word and where it sits in the line, so a parser can
 // take the rest of the line (a name with spaces) from a known column.
@@ -30,9 +31,24 @@ struct Token {
   size_t end = 0;
 };
 
-// Splits on blanks and tabs; at most maxTokens words (the rest is left to the
-// caller through the last word's end).
-std::vector<Token> Tokenize(std::string_view line, size_t maxTokens = 64);
+// The words of one line, without a heap allocation: no listing family needs
+// more than the first sixteen (the name is taken from the line itself).
+class TokenList {
+ public:
+  static constexpr size_t kCapacity = 16;
+  size_t size() const { return m_count; }
+  const Token& operator[](size_t i) const { return m_tokens[i]; }
+  const Token* begin() const { return m_tokens.data(); }
+  const Token* end() const { return m_tokens.data() + m_count; }
+  void push_back(const Token& token) { m_tokens[m_count++] = token; }
+
+ private:
+  std::array<Token, kCapacity> m_tokens{};
+  size_t m_count = 0;
+};
+
+// Splits on blanks and tabs; at most maxTokens words (at most kCapacity).
+TokenList Tokenize(std::string_view line, size_t maxTokens = TokenList::kCapacity);
 
 // The line without its line end (CR, LF or both); nullopt for a line that
 // still holds a NUL, CR or LF: the name would be damaged, so no parser takes it.

@@ -14,7 +14,7 @@ namespace ftpzn::inet::listparse {
 namespace {
 
 // "12:00PM", "12:00 PM" (the marker as the next word), "23:59".
-bool ParseDosTime(const std::vector<Token>& tok, size_t& at, TimeOfDay& time) {
+bool ParseDosTime(const TokenList& tok, size_t& at, TimeOfDay& time) {
   std::string_view t = tok[at].text;
   std::string_view marker;
   if (t.size() >= 2) {
@@ -56,7 +56,7 @@ bool ParseDosSize(std::string_view t, uint64_t& size) {
 }  // namespace
 
 bool ParseDosLine(std::string_view line, const ListClock&, FtpListEntry& out) {
-  std::vector<Token> tok = Tokenize(line, 6);
+  TokenList tok = Tokenize(line, 6);
   if (tok.size() < 4) return false;
   int year = 0, month = 0, day = 0;
   if (!ParseNumericDate(tok[0].text, year, month, day)) return false;

@@ -1,4 +1,5 @@
-// The rarer families: EPLF, VMS, NetWare, OS/2 and OS/400 (IBM i) lines.
+// The rarer families: EPLF, VMS, NetWare, OS/2 and OS/400 (IBM i) lines
+// (z/OS has a file of its own).
 #include <string>
 #include <string_view>
 
@@ -67,7 +68,7 @@ bool ParseVmsDate(std::string_view t, int& year, int& month, int& day) {
 // Sizes are in 512-byte blocks (used/allocated); a directory is NAME.DIR;1
 // and listed without its ".DIR".
 bool ParseVmsLine(std::string_view line, const ListClock&, FtpListEntry& out) {
-  std::vector<Token> tok = Tokenize(line, 8);
+  TokenList tok = Tokenize(line, 8);
   if (tok.size() < 4) return false;
   std::string_view name = tok[0].text;
   size_t semi = name.rfind(';');
@@ -101,8 +102,7 @@ bool ParseVmsLine(std::string_view line, const ListClock&, FtpListEntry& out) {
 namespace {
 
 // "Jan 16 18:53" or "Jan 16  2019" at tok[at..at+2]; the mtime of it.
-bool ParseMonthDayTimeOrYear(const std::vector<Token>& tok, size_t at, const ListClock& clock,
-                             int64_t& mtime) {
+bool ParseMonthDayTimeOrYear(const TokenList& tok, size_t at, const ListClock& clock, int64_t& mtime) {
   int month = MonthFromName(tok[at].text), day = 0, year = 0;
   TimeOfDay time;
   if (month == 0 || !ParseInt(tok[at + 1].text, day) || day < 1 || day > 31) return false;
@@ -123,7 +123,7 @@ bool ParseMonthDayTimeOrYear(const std::vector<Token>& tok, size_t at, const Lis
 
 // NetWare: "d [R----F--] supervisor     512       Jan 16 18:53    login".
 bool ParseNetwareLine(std::string_view line, const ListClock& clock, FtpListEntry& out) {
-  std::vector<Token> tok = Tokenize(line, 8);
+  TokenList tok = Tokenize(line, 8);
   if (tok.size() < 8 || tok[0].text.size() != 1 || (tok[0].text[0] != 'd' && tok[0].text[0] != '-'))
     return false;
   std::string_view rights = tok[1].text;
@@ -142,7 +142,7 @@ bool ParseNetwareLine(std::string_view line, const ListClock& clock, FtpListEntr
 //       "   612      A          07-28-95   16:45  air_tra1.bag"
 // size, attribute letters, then date, time and name.
 bool ParseOs2Line(std::string_view line, const ListClock&, FtpListEntry& out) {
-  std::vector<Token> tok = Tokenize(line, 8);
+  TokenList tok = Tokenize(line, 8);
   if (tok.size() < 4) return false;
   FtpListEntry entry;
   if (!ParseUint(tok[0].text, entry.size)) return false;
@@ -171,7 +171,7 @@ bool ParseOs2Line(std::string_view line, const ListClock&, FtpListEntry& out) {
 // owner, size, date, time, object type, name. Members of a file ("*MEM",
 // listed without a date) are not entries of this directory.
 bool ParseOs400Line(std::string_view line, const ListClock&, FtpListEntry& out) {
-  std::vector<Token> tok = Tokenize(line, 8);
+  TokenList tok = Tokenize(line, 8);
   if (tok.size() < 6) return false;
   FtpListEntry entry;
   int year = 0, month = 0, day = 0;

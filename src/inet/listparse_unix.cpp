@@ -5,6 +5,8 @@
 //   crw-rw-rw-   1 root root   1,   3 Jan 10 12:00 null
 // with or without the group, numeric ids, localised month names ("10. Mär",
 // "janv. 10", " 1月 10") and ISO dates (--time-style=long-iso, full-iso).
+#include <span>
+#include <string>
 #include <string_view>
 
 #include "inet/listparse.h"
@@ -42,10 +44,13 @@ struct DateMatch {
   TimeOfDay time;
   int64_t zoneOffset = 0;  // seconds east of UTC (full-iso only)
   size_t lastToken = 0;
-  // ls pads the time/year column to five characters and follows it by one
-  // blank, so a name's own leading blanks can be told apart.
-  bool fixedColumn = false;
+  // How many blanks between the date and the name are separators. ls pads
+  // its date column and follows it by one blank, so further blanks belong to
+  // the name; where the layout is not known, all blanks are skipped.
+  size_t separatorBlanks = 1;
 };
+
+constexpr size_t kAnyBlanks = static_cast<size_t>(-1);
 
 bool ParseZone(std::string_view t, int64_t& offset) {
   int hhmm = 0;
@@ -61,50 +66,170 @@ bool ParseIsoDate(std::string_view t, int& year, int& month, int& day) {
          ParseInt(t.substr(5, 2), month) && ParseInt(t.substr(8, 2), day) && IsValidDate(year, month, day);
 }
 
+// "HH:MM", "HH:MM:SS", and "HH.MM" as Italian, Swedish, Czech and Hungarian
+// locales print the time.
+bool ParseListTime(std::string_view t, TimeOfDay& time) {
+  if (t.size() == 5 && t[2] == '.') {
+    std::string colon(t);
+    colon[2] = ':';
+    return ParseTimeOfDay(colon, time);
+  }
+  return t.size() <= 8 && ParseTimeOfDay(t, time);
+}
+
 // The time-or-year column after month and day.
-bool ParseTimeOrYear(const std::vector<Token>& tok, size_t at, DateMatch& m) {
+bool ParseTimeOrYear(const TokenList& tok, size_t at, DateMatch& m) {
+  if (at >= tok.size()) return false;
   std::string_view t = tok[at].text;
+  m.lastToken = at;
   if (ParseYear(t, m.year)) {
-    m.lastToken = at;
-    m.fixedColumn = tok[at].begin >= 2 && tok[at].begin - 2 >= tok[at - 1].end;
+    // Two blanks before a year mean ls's five-character column.
+    bool padded = tok[at].begin >= 2 && tok[at].begin - 2 >= tok[at - 1].end;
+    m.separatorBlanks = padded ? 1 : kAnyBlanks;
     return true;
   }
-  if (!ParseTimeOfDay(t, m.time) || t.size() > 8) return false;
-  m.lastToken = at;
-  m.fixedColumn = t.size() == 5;
+  if (!ParseListTime(t, m.time)) return false;
+  m.separatorBlanks = t.size() == 5 ? 1 : kAnyBlanks;
   // BSD "ls -lT": "Jan 10 12:00:00 2024".
   if (t.size() == 8 && at + 1 < tok.size() && ParseYear(tok[at + 1].text, m.year)) {
     m.lastToken = at + 1;
-    m.fixedColumn = true;
+    m.separatorBlanks = 1;
   }
   return true;
 }
 
-bool MatchDate(const std::vector<Token>& tok, size_t i, DateMatch& m) {
-  if (i + 1 >= tok.size()) return false;
-  int year = 0, month = 0, day = 0;
-  if (ParseIsoDate(tok[i].text, year, month, day)) {
-    if (!ParseTimeOfDay(tok[i + 1].text, m.time)) return false;
-    m.year = year;
-    m.month = month;
-    m.day = day;
-    m.lastToken = i + 1;
-    m.fixedColumn = true;
-    if (i + 2 < tok.size() && ParseZone(tok[i + 2].text, m.zoneOffset)) m.lastToken = i + 2;
+// "2024-01-10 12:00" (long-iso), "2024-01-10 12:00:00.000000000 +0100"
+// (full-iso).
+bool MatchIsoDate(const TokenList& tok, size_t i, DateMatch& m) {
+  if (i + 1 >= tok.size() || !ParseIsoDate(tok[i].text, m.year, m.month, m.day) ||
+      !ParseTimeOfDay(tok[i + 1].text, m.time))
+    return false;
+  m.lastToken = i + 1;
+  if (i + 2 < tok.size() && ParseZone(tok[i + 2].text, m.zoneOffset)) m.lastToken = i + 2;
+  return true;
+}
+
+// "Jan 10 12:00", "janv. 10  2024", " 1月 10 12:00".
+bool MatchMonthDay(const TokenList& tok, size_t i, DateMatch& m) {
+  return i + 2 < tok.size() && (m.month = MonthFromName(tok[i].text)) != 0 &&
+         ParseDay(tok[i + 1].text, m.day) && ParseTimeOrYear(tok, i + 2, m);
+}
+
+// "10. Mär 12:00", "10 déc.  2023", "10 мая 12:00".
+bool MatchDayMonth(const TokenList& tok, size_t i, DateMatch& m) {
+  return i + 2 < tok.size() && ParseDay(tok[i].text, m.day) &&
+         (m.month = MonthFromName(tok[i + 1].text)) != 0 && ParseTimeOrYear(tok, i + 2, m);
+}
+
+// Czech: "15.\u00A0led  2026", day and month joined by a no-break space.
+bool MatchDayMonthJoined(const TokenList& tok, size_t i, DateMatch& m) {
+  constexpr std::string_view kNoBreakSpace = "\xC2\xA0";
+  std::string_view t = tok[i].text;
+  size_t nbsp = t.find(kNoBreakSpace);
+  return nbsp != std::string_view::npos && ParseDay(t.substr(0, nbsp), m.day) &&
+         (m.month = MonthFromName(t.substr(nbsp + kNoBreakSpace.size()))) != 0 &&
+         ParseTimeOrYear(tok, i + 1, m);
+}
+
+// Hungarian: "2025 dec   15" (older files; recent ones are "nov   21 06.17").
+bool MatchYearMonthDay(const TokenList& tok, size_t i, DateMatch& m) {
+  if (i + 2 >= tok.size() || !ParseYear(tok[i].text, m.year) ||
+      (m.month = MonthFromName(tok[i + 1].text)) == 0 || !ParseDay(tok[i + 2].text, m.day))
+    return false;
+  m.lastToken = i + 2;
+  return true;
+}
+
+// Finnish: "21.11. 06:17", "15.12.  2025", "15. 1.  2026".
+bool MatchNumericDayMonth(const TokenList& tok, size_t i, DateMatch& m) {
+  std::string_view t = tok[i].text;
+  size_t dot = t.find('.');
+  if (dot == std::string_view::npos || t.back() != '.') return false;
+  if (dot + 1 < t.size()) {
+    if (!ParseDay(t.substr(0, dot), m.day) || !ParseInt(t.substr(dot + 1, t.size() - dot - 2), m.month))
+      return false;
+    ++i;
+  } else {
+    if (i + 1 >= tok.size() || !ParseDay(t, m.day)) return false;
+    std::string_view next = tok[i + 1].text;
+    if (next.size() < 2 || next.size() > 3 || next.back() != '.' ||
+        !ParseInt(next.substr(0, next.size() - 1), m.month))
+      return false;
+    i += 2;
+  }
+  return m.month >= 1 && m.month <= 12 && ParseTimeOrYear(tok, i, m);
+}
+
+// Polish: "2019-01-05" without a time for older files, "11-21 06:17" for
+// recent ones; the older form is padded to the width of the recent one.
+bool MatchNumericIso(const TokenList& tok, size_t i, DateMatch& m) {
+  std::string_view t = tok[i].text;
+  if (ParseIsoDate(t, m.year, m.month, m.day)) {
+    m.lastToken = i;
+    m.separatorBlanks = 2;
     return true;
   }
-  if (i + 2 >= tok.size()) return false;
-  if ((month = MonthFromName(tok[i].text)) != 0 && ParseDay(tok[i + 1].text, day)) {
-    // "Jan 10"
-  } else if (ParseDay(tok[i].text, day) && (month = MonthFromName(tok[i + 1].text)) != 0) {
-    // "10. Jan", "10 janv."
-  } else {
+  if (t.size() != 5 || t[2] != '-' || !ParseInt(t.substr(0, 2), m.month) || !ParseInt(t.substr(3), m.day) ||
+      m.month < 1 || m.month > 12 || m.day < 1 || m.day > 31 || i + 1 >= tok.size())
     return false;
-  }
-  m.month = month;
-  m.day = day;
-  return ParseTimeOrYear(tok, i + 2, m);
+  std::string_view time = tok[i + 1].text;
+  m.lastToken = i + 1;
+  return time.size() == 5 && ParseListTime(time, m.time);
 }
+
+// Chinese, Japanese and Korean dates with unit signs: "2025年12月15日",
+// "2026年 1月15日", "11月21日 06:17", "2019년  1월  5일", "11월 21일  06:17".
+bool MatchCjkDate(const TokenList& tok, size_t i, DateMatch& m) {
+  static constexpr std::string_view kSigns[3][2] = {
+      {"\xE5\xB9\xB4", "\xEB\x85\x84"},  // year
+      {"\xE6\x9C\x88", "\xEC\x9B\x94"},  // month
+      {"\xE6\x97\xA5", "\xEC\x9D\xBC"},  // day
+  };
+  int fields[3] = {0, 0, 0};  // year, month, day, in this order
+  int next = 0;
+  size_t k = i;
+  for (; k < tok.size() && k < i + 3 && fields[2] == 0; ++k) {
+    std::string_view t = tok[k].text;
+    while (!t.empty()) {
+      size_t digits = 0;
+      while (digits < t.size() && digits < 4 && t[digits] >= '0' && t[digits] <= '9') ++digits;
+      int value = 0;
+      if (digits == 0 || !ParseInt(t.substr(0, digits), value)) return false;
+      t.remove_prefix(digits);
+      int field = -1;
+      for (int f = next; f < 3 && field < 0; ++f) {
+        for (std::string_view sign : kSigns[f]) {
+          if (t.starts_with(sign)) {
+            field = f;
+            t.remove_prefix(sign.size());
+            break;
+          }
+        }
+      }
+      if (field < 0) return false;
+      fields[field] = value;
+      next = field + 1;
+    }
+  }
+  if (fields[1] < 1 || fields[1] > 12 || fields[2] < 1 || fields[2] > 31) return false;
+  m.year = fields[0];
+  m.month = fields[1];
+  m.day = fields[2];
+  if (m.year != 0) {
+    m.lastToken = k - 1;
+    return m.year >= 1900;
+  }
+  m.lastToken = k;
+  return k < tok.size() && ParseListTime(tok[k].text, m.time);
+}
+
+using DateMatcher = bool (*)(const TokenList&, size_t, DateMatch&);
+// The forms of English and most European locales are looked for first,
+// across all columns; only a line none of them fits is read in the rarer
+// forms, so that a group or size that looks like a year cannot mislead.
+constexpr DateMatcher kCommonForms[] = {MatchMonthDay, MatchDayMonth, MatchIsoDate};
+constexpr DateMatcher kRareForms[] = {MatchYearMonthDay, MatchNumericDayMonth, MatchNumericIso, MatchCjkDate,
+                                      MatchDayMonthJoined};
 
 bool IsDeviceMajor(std::string_view t) {
   return t.size() >= 2 && t.back() == ',' && IsDigits(t.substr(0, t.size() - 1));
@@ -115,10 +240,23 @@ bool IsDevicePair(std::string_view t) {
   return comma != std::string_view::npos && IsDigits(t.substr(0, comma)) && IsDigits(t.substr(comma + 1));
 }
 
+// The size column right before the date: a byte count, or a device's
+// "major, minor" (listed as size 0).
+bool SizeBefore(const TokenList& tok, size_t dateAt, uint64_t& size) {
+  std::string_view before = tok[dateAt - 1].text;
+  if (ParseUint(before, size)) {
+    if (!IsDeviceMajor(tok[dateAt - 2].text)) return true;
+    size = 0;
+    return dateAt - 2 >= 2;
+  }
+  size = 0;
+  return IsDevicePair(before);
+}
+
 }  // namespace
 
 bool ParseUnixLine(std::string_view line, const ListClock& clock, FtpListEntry& out) {
-  std::vector<Token> tok = Tokenize(line, 16);
+  TokenList tok = Tokenize(line, 16);
   if (tok.size() < 6 || !IsPermissionColumn(tok[0].text)) return false;
 
   // The date is found first: the size is the column right before it, and
@@ -129,32 +267,25 @@ bool ParseUnixLine(std::string_view line, const ListClock& clock, FtpListEntry& 
   DateMatch m;
   size_t dateAt = 0;
   uint64_t size = 0;
-  for (size_t i = kFirstDateToken; i <= kLastDateToken && i < tok.size(); ++i) {
-    DateMatch candidate;
-    if (!MatchDate(tok, i, candidate)) continue;
-    std::string_view before = tok[i - 1].text;
-    if (ParseUint(before, size)) {
-      if (IsDeviceMajor(tok[i - 2].text)) {
-        if (i - 2 < 2) continue;
-        size = 0;
+  for (std::span<const DateMatcher> forms :
+       {std::span<const DateMatcher>(kCommonForms), std::span<const DateMatcher>(kRareForms)}) {
+    for (size_t i = kFirstDateToken; dateAt == 0 && i <= kLastDateToken && i < tok.size(); ++i) {
+      for (DateMatcher match : forms) {
+        DateMatch candidate;
+        if (!match(tok, i, candidate) || !SizeBefore(tok, i, size)) continue;
+        m = candidate;
+        dateAt = i;
+        break;
       }
-    } else if (IsDevicePair(before)) {
-      size = 0;
-    } else {
-      continue;
     }
-    m = candidate;
-    dateAt = i;
-    break;
+    if (dateAt != 0) break;
   }
   if (dateAt == 0 || m.lastToken + 1 >= tok.size()) return false;
 
   size_t nameStart = tok[m.lastToken].end;
-  if (m.fixedColumn && nameStart + 1 < line.size() && IsBlank(line[nameStart])) {
+  for (size_t skipped = 0; skipped < m.separatorBlanks && nameStart < line.size() && IsBlank(line[nameStart]);
+       ++skipped)
     ++nameStart;
-  } else {
-    nameStart = tok[m.lastToken + 1].begin;
-  }
   std::string_view name = line.substr(nameStart);
   if (name.empty()) return false;
 

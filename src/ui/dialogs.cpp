@@ -69,4 +69,26 @@ void SetTextIfChanged(wxTextCtrl* field, const wxString& text) {
   if (field->GetValue() != text) field->SetValue(text);
 }
 
+ModuleDialog::ModuleDialog(wxWindow* parent, wxWindowID id, const wxString& title,
+                           const wxSize& clientSize, long style)
+    : wxDialog(parent, id, title, wxDefaultPosition, wxDefaultSize, style) {
+  SetClientSize(clientSize);
+  SetAffirmativeId(kResultOk);
+  SetEscapeId(kResultCancel);
+  Bind(wxEVT_INIT_DIALOG, &ModuleDialog::OnInitEvent, this);
+  Bind(wxEVT_BUTTON, [this](wxCommandEvent&) { OnOK(); }, kResultOk);
+  Bind(wxEVT_BUTTON, [this](wxCommandEvent&) { OnCancel(); }, kResultCancel);
+}
+
+void ModuleDialog::OnInitEvent(wxInitDialogEvent&) {
+  if (m_initialised) return;
+  m_initialised = true;
+  OnInitDialog();
+}
+
+void ModuleDialog::OnOK() {
+  if (!Validate() || !TransferDataFromWindow()) return;
+  ftpzn::EndDialog(this, kResultOk);
+}
+
 }  // namespace ftpzn

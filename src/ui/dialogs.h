@@ -2,6 +2,7 @@
 // the first platform did, message boxes, and hand-written data exchange.
 #pragma once
 
+#include <wx/dialog.h>
 #include <wx/string.h>
 
 class wxWindow;
@@ -37,5 +38,24 @@ bool CheckMaxChars(wxTextCtrl* field, const wxString& value, int maxChars);
 // Sets a control's text only when it differs, so change handlers fire only
 // for real changes.
 void SetTextIfChanged(wxTextCtrl* field, const wxString& text);
+
+// The module's dialogs: results 1 (OK) and 2 (Cancel) as the window
+// numbers them; Escape, the close box and a button with id 2 end with 2;
+// OnInitDialog runs once, after creation, never again on a later show.
+class ModuleDialog : public wxDialog {
+ public:
+  ModuleDialog(wxWindow* parent, wxWindowID id, const wxString& title, const wxSize& clientSize,
+               long style = wxDEFAULT_DIALOG_STYLE);
+
+ protected:
+  virtual void OnInitDialog() {}
+  // Button 1 by default: read the controls, end with 1.
+  virtual void OnOK();
+  virtual void OnCancel() { ftpzn::EndDialog(this, kResultCancel); }
+
+ private:
+  void OnInitEvent(wxInitDialogEvent& event);
+  bool m_initialised = false;
+};
 
 }  // namespace ftpzn

@@ -149,6 +149,16 @@ const std::vector<Case>& UnixCases() {
        "2024-05-10 12:00:00"},
       {"Japanese", "-rw-r--r-- 1 u g 10  1月 10 12:00 ファイル", true, "ファイル", Kind::File, 10,
        "2024-01-10 12:00:00"},
+      // As vsftpd, pure-ftpd and proftpd list them.
+      {"vsftpd: leading blank", "-rw-r--r--    1 65534    0               2 Nov 21 06:22  lead space", true,
+       " lead space", Kind::File, 2, "2024-11-21 06:22:00"},
+      {"vsftpd: zero-padded day", "-rw-r--r--    1 65534    0               0 Mar 04  2019 old.txt", true,
+       "old.txt", Kind::File, 0, "2019-03-04 00:00:00"},
+      {"pure-ftpd: 5 GB file", "-rw-r--r--    1 65534      0          5000000000 Nov 21 06:22 big.bin", true,
+       "big.bin", Kind::File, 5000000000ull, "2024-11-21 06:22:00"},
+      {"proftpd: symlink",
+       "lrwxrwxrwx   1 tester   0               9 Nov 21 06:22 link to plain -> plain.txt", true,
+       "link to plain", Kind::Link, 9, "2024-11-21 06:22:00", "plain.txt"},
       Reject("total line", "total 123"),
       Reject("empty", ""),
       Reject("no name", "-rw-r--r-- 1 u g 10 Jan 10 12:00"),
@@ -165,6 +175,69 @@ const std::vector<Case>& UnixCases() {
   };
   return cases;
 }
+
+// Lines GNU ls printed in each locale (LC_ALL=xx_XX.UTF-8 ls -l) on 21
+// November 2026: a file of 15 June that year, listed with its time, and one
+// of 5 December 2019, listed with its year.
+const std::vector<Case>& LocaleCases() {
+  static const std::vector<Case> cases = {
+      {"German: new 2026-06-15", "-rw-r--r-- 1 root root  0 15. Jun 09:07 new 2026-06-15 09:07", true,
+       "new 2026-06-15 09:07", Kind::File, 0, "2026-06-15 09:07:00"},
+      {"German: old 2019-12-05", "-rw-r--r-- 1 root root  0  5. Dez 2019  old 2019-12-05 00:00", true,
+       "old 2019-12-05 00:00", Kind::File, 0, "2019-12-05 00:00:00"},
+      {"French: new 2026-06-15", "-rw-r--r-- 1 root root  0 15 juin  09:07 new 2026-06-15 09:07", true,
+       "new 2026-06-15 09:07", Kind::File, 0, "2026-06-15 09:07:00"},
+      {"French: old 2019-12-05", "-rw-r--r-- 1 root root  0  5 déc.   2019 old 2019-12-05 00:00", true,
+       "old 2019-12-05 00:00", Kind::File, 0, "2019-12-05 00:00:00"},
+      {"Spanish: new 2026-06-15", "-rw-r--r-- 1 root root  0 jun 15 09:07 new 2026-06-15 09:07", true,
+       "new 2026-06-15 09:07", Kind::File, 0, "2026-06-15 09:07:00"},
+      {"Spanish: old 2019-12-05", "-rw-r--r-- 1 root root  0 dic  5  2019 old 2019-12-05 00:00", true,
+       "old 2019-12-05 00:00", Kind::File, 0, "2019-12-05 00:00:00"},
+      {"Italian: new 2026-06-15", "-rw-r--r-- 1 root root  0 15 giu 09.07 new 2026-06-15 09:07", true,
+       "new 2026-06-15 09:07", Kind::File, 0, "2026-06-15 09:07:00"},
+      {"Italian: old 2019-12-05", "-rw-r--r-- 1 root root  0  5 dic  2019 old 2019-12-05 00:00", true,
+       "old 2019-12-05 00:00", Kind::File, 0, "2019-12-05 00:00:00"},
+      {"Dutch: new 2026-06-15", "-rw-r--r-- 1 root root  0 15 jun 09:07 new 2026-06-15 09:07", true,
+       "new 2026-06-15 09:07", Kind::File, 0, "2026-06-15 09:07:00"},
+      {"Dutch: old 2019-12-05", "-rw-r--r-- 1 root root  0  5 dec  2019 old 2019-12-05 00:00", true,
+       "old 2019-12-05 00:00", Kind::File, 0, "2019-12-05 00:00:00"},
+      {"Swedish: new 2026-06-15", "-rw-r--r-- 1 root root  0 15 jun 09.07 new 2026-06-15 09:07", true,
+       "new 2026-06-15 09:07", Kind::File, 0, "2026-06-15 09:07:00"},
+      {"Swedish: old 2019-12-05", "-rw-r--r-- 1 root root  0  5 dec  2019 old 2019-12-05 00:00", true,
+       "old 2019-12-05 00:00", Kind::File, 0, "2019-12-05 00:00:00"},
+      {"Polish: new 2026-06-15", "-rw-r--r-- 1 root root  0 06-15 09:07 new 2026-06-15 09:07", true,
+       "new 2026-06-15 09:07", Kind::File, 0, "2026-06-15 09:07:00"},
+      {"Polish: old 2019-12-05", "-rw-r--r-- 1 root root  0 2019-12-05  old 2019-12-05 00:00", true,
+       "old 2019-12-05 00:00", Kind::File, 0, "2019-12-05 00:00:00"},
+      {"Russian: new 2026-06-15", "-rw-r--r-- 1 root root  0 июн 15 09:07 new 2026-06-15 09:07", true,
+       "new 2026-06-15 09:07", Kind::File, 0, "2026-06-15 09:07:00"},
+      {"Russian: old 2019-12-05", "-rw-r--r-- 1 root root  0 дек  5  2019 old 2019-12-05 00:00", true,
+       "old 2019-12-05 00:00", Kind::File, 0, "2019-12-05 00:00:00"},
+      {"Czech: new 2026-06-15", "-rw-r--r-- 1 root root  0 15.\u00A0čen 09.07 new 2026-06-15 09:07", true,
+       "new 2026-06-15 09:07", Kind::File, 0, "2026-06-15 09:07:00"},
+      {"Czech: old 2019-12-05", "-rw-r--r-- 1 root root  0  5.\u00A0pro  2019 old 2019-12-05 00:00", true,
+       "old 2019-12-05 00:00", Kind::File, 0, "2019-12-05 00:00:00"},
+      {"Hungarian: new 2026-06-15", "-rw-r--r-- 1 root root  0 jún   15 09.07 new 2026-06-15 09:07", true,
+       "new 2026-06-15 09:07", Kind::File, 0, "2026-06-15 09:07:00"},
+      {"Hungarian: old 2019-12-05", "-rw-r--r-- 1 root root  0 2019 dec    5 old 2019-12-05 00:00", true,
+       "old 2019-12-05 00:00", Kind::File, 0, "2019-12-05 00:00:00"},
+      {"Finnish: new 2026-06-15", "-rw-r--r-- 1 root root  0 15. 6. 09:07 new 2026-06-15 09:07", true,
+       "new 2026-06-15 09:07", Kind::File, 0, "2026-06-15 09:07:00"},
+      {"Finnish: old 2019-12-05", "-rw-r--r-- 1 root root  0  5.12.  2019 old 2019-12-05 00:00", true,
+       "old 2019-12-05 00:00", Kind::File, 0, "2019-12-05 00:00:00"},
+      {"Chinese: new 2026-06-15", "-rw-r--r-- 1 root root  0  6月15日 09:07 new 2026-06-15 09:07", true,
+       "new 2026-06-15 09:07", Kind::File, 0, "2026-06-15 09:07:00"},
+      {"Chinese: old 2019-12-05", "-rw-r--r-- 1 root root  0 2019年12月 5日 old 2019-12-05 00:00", true,
+       "old 2019-12-05 00:00", Kind::File, 0, "2019-12-05 00:00:00"},
+      {"Korean: new 2026-06-15", "-rw-r--r-- 1 root root  0  6월 15일  09:07 new 2026-06-15 09:07", true,
+       "new 2026-06-15 09:07", Kind::File, 0, "2026-06-15 09:07:00"},
+      {"Korean: old 2019-12-05", "-rw-r--r-- 1 root root  0 2019년 12월  5일 old 2019-12-05 00:00", true,
+       "old 2019-12-05 00:00", Kind::File, 0, "2019-12-05 00:00:00"},
+  };
+  return cases;
+}
+
+const ListClock kLocaleClock{Utc("2026-11-21 12:00:00")};
 
 const std::vector<Case>& DosCases() {
   static const std::vector<Case> cases = {
@@ -234,6 +307,16 @@ const std::vector<Case>& OtherCases() {
       {"OS/400 file", "QPGMR          135 04/13/01 10:37:37 *STMF      file.txt", true, "file.txt",
        Kind::File, 135, "2001-04-13 10:37:37"},
       Reject("OS/400 member", "                                    *MEM       QSYS.LIB/X.FILE/Y.MBR"),
+      {"z/OS partitioned data set", "WYNK01 3390   2024/01/10  1   15  PO      80  3120  PO  CLIST", true,
+       "CLIST", Kind::Directory, 0, "2024-01-10 00:00:00"},
+      {"z/OS sequential data set", "WYNK02 3390   2023/12/31  2  150  FB      80 27920  PS  DATA.SET", true,
+       "DATA.SET", Kind::File, 0, "2023-12-31 00:00:00"},
+      {"z/OS migrated data set", "Migrated                                                OLD.DATA", true,
+       "OLD.DATA", Kind::File, 0, nullptr},
+      {"z/OS member", "MEMBER1   01.03 2024/01/10 2024/01/11 12:34    10    10     0 USER1", true, "MEMBER1",
+       Kind::File, 0, "2024-01-11 12:34:00"},
+      Reject("z/OS data set header", "Volume Unit    Referred Ext Used Recfm Lrecl BlkSz Dsorg Dsname"),
+      Reject("z/OS member header", "Name     VV.MM   Created       Changed      Size  Init   Mod   Id"),
       Reject("FTP reply text", "226 Transfer complete."),
   };
   return cases;
@@ -260,6 +343,23 @@ const std::vector<Case>& MlsdCases() {
       {"device type is a file", "type=OS.unix=chr-13/29; tty", true, "tty", Kind::File, 0, nullptr},
       {"CR at the end", "type=file;size=1; a\r", true, "a", Kind::File, 1, nullptr},
       {"size above 4 GiB", "type=file;size=8589934592; big", true, "big", Kind::File, 8589934592ull, nullptr},
+      {"pure-ftpd: slink with empty target",
+       "type=OS.unix=slink:;size=9;modify=20261121062252;UNIX.mode=0777;UNIX.uid=65534;UNIX.gid=0;unique="
+       "fe00ga729a1; "
+       "link to plain",
+       true, "link to plain", Kind::Link, 9, "2026-11-21 06:22:52"},
+      {"pure-ftpd: leading blank",
+       "type=file;size=2;modify=20261121062252;UNIX.mode=0644;UNIX.uid=65534;UNIX.gid=0;unique=fe00ga72961;  "
+       "lead space",
+       true, " lead space", Kind::File, 2, "2026-11-21 06:22:52"},
+      {"proftpd: symlink",
+       "modify=20261121062252;perm=adfrw;size=9;type=OS.unix=symlink;unique=FE00UA72951;UNIX.group=0;"
+       "UNIX.groupname=nogroup;UNIX.mode=0777;UNIX.owner=65534;UNIX.ownername=tester; link to plain",
+       true, "link to plain", Kind::Link, 9, "2026-11-21 06:22:52"},
+      {"proftpd: cdir",
+       "modify=20261121062253;perm=flcdmpe;type=cdir;unique=FE00UA72921;UNIX.group=0;UNIX.groupname=nogroup;"
+       "UNIX.mode=0755;UNIX.owner=65534;UNIX.ownername=tester; .",
+       true, ".", Kind::Directory, 0, "2026-11-21 06:22:53"},
       Reject("no name", "type=file;size=1;"),
       Reject("facts not closed", "type=file;size=1 x"),
       Reject("fact without value", "typefile; x"),
@@ -273,6 +373,13 @@ TEST(ListingParse, UnixLines) {
   for (const Case& c : UnixCases()) {
     FtpListEntry e;
     CheckCase(c, ParseListLine(c.line, kClock, e), e);
+  }
+}
+
+TEST(ListingParse, LocalisedLsLines) {
+  for (const Case& c : LocaleCases()) {
+    FtpListEntry e;
+    CheckCase(c, ParseListLine(c.line, kLocaleClock, e), e);
   }
 }
 
@@ -356,7 +463,7 @@ TEST(ListingParse, WholeListingInOneBuffer) {
 TEST(ListingParse, RandomDamageNeverCrashes) {
   std::mt19937 rng(20240615);
   std::vector<std::string> lines;
-  for (const auto* table : {&UnixCases(), &DosCases(), &OtherCases(), &MlsdCases()})
+  for (const auto* table : {&UnixCases(), &LocaleCases(), &DosCases(), &OtherCases(), &MlsdCases()})
     for (const Case& c : *table) lines.push_back(c.line);
   const char kNoise[] = {'\r', '\n', '\0', ' ', '\t', ',', ';', '=', '>', '\xD0', '\xC3', '9'};
   constexpr int kDamagesPerLine = 150;

@@ -1,0 +1,27 @@
+// The internet session of the user-interface connection: the engine's
+// session whose status reports are composed into English lines.
+#pragma once
+
+#include <cstdint>
+
+#include "inet/inet.h"
+
+class wxWindow;
+
+namespace ftpzn {
+
+class CMyInternetSession : public inet::CInternetSession {
+ public:
+  using inet::CInternetSession::CInternetSession;
+  ~CMyInternetSession() override = default;
+
+  // Composes the line of the report (see ComposeStatusLine) and drops it:
+  // the connection trace shows the connect routine's own lines only.
+  void OnStatusCallback(uintptr_t context, uint32_t status, const void* info, uint32_t infoLength) override;
+
+  // The window the session reports to; set by its creator right after
+  // construction (the main window), never dereferenced here.
+  wxWindow* m_pReportWnd = nullptr;
+};
+
+}  // namespace ftpzn

@@ -1,0 +1,56 @@
+#include "entry/ftpface.h"
+
+#include <new>
+#include <stdexcept>
+
+#include "mainwnd/dlgftpmainwnd.h"
+
+Cftpface::Cftpface() : m_pMainWnd(nullptr) {}
+
+Cftpface::Cftpface(const Cftpface& other) : m_pMainWnd(other.m_pMainWnd) {}
+
+Cftpface& Cftpface::operator=(const Cftpface& other) {
+  m_pMainWnd = other.m_pMainWnd;
+  return *this;
+}
+
+Cftpface::~Cftpface() {
+  if (m_pMainWnd) {
+    delete m_pMainWnd;
+    m_pMainWnd = nullptr;
+  }
+}
+
+int Cftpface::showFrameWnd(wxString localDir, wxWindow* /*parent*/) {
+  if (!m_pMainWnd) {
+    auto* window = new (std::nothrow) CDlgFTPMainWnd;
+    if (!window || !window->Create(CDlgFTPMainWnd::IDD, nullptr)) return 0;
+    m_pMainWnd = window;
+  }
+  m_pMainWnd->Show();
+  m_pMainWnd->SetLocalDirectory(localDir);
+  m_pMainWnd->Update();
+  return 1;
+}
+
+int Cftpface::showFtpMainDoMo(wxString localDir, wxArrayString* results, wxWindow* /*parent*/) {
+  CDlgFTPMainWnd* window = m_pMainWnd;
+  const bool ownWindow = window == nullptr;
+  if (ownWindow) window = new CDlgFTPMainWnd;
+  if (localDir.empty()) localDir = wxGetHomeDir();
+  window->m_strLocalDir = localDir;
+  const int result = window->DoModal();
+  int ok = 0;
+  if (result == 1) {
+    if (results) {
+      const wxArrayString& list = window->m_arrDownloadResults;
+      for (size_t i = 0; i < list.size(); ++i) results->Add(list[i]);
+    }
+    ok = 1;
+  }
+  // A window made for this run only is released once the run is over.
+  if (ownWindow) window->Destroy();
+  return ok;
+}
+
+Cftpfacezn::~Cftpfacezn() = default;

@@ -1,0 +1,88 @@
+#include "panes/filetexts.h"
+
+#include <gio/gio.h>
+
+#include <chrono>
+#include <ctime>
+
+namespace ftpzn {
+
+FileListItem MakeParentItem() {
+  FileListItem item;
+  item.name = "..Up";
+  item.size = 1;
+  item.typeText = "..Up";
+  item.time = 0x0000000100000001ULL;
+  item.folder = 1;
+  return item;
+}
+
+uint64_t FileTimeFromUnix(int64_t seconds, int64_t nanoseconds) {
+  return static_cast<uint64_t>((seconds + kFileTimeUnixOffset) * 10000000LL + nanoseconds / 100);
+}
+
+uint64_t FileTimeNow() {
+  const auto since = std::chrono::system_clock::now().time_since_epoch();
+  const auto ns = std::chrono::duration_cast<std::chrono::nanoseconds>(since).count();
+  return FileTimeFromUnix(ns / 1000000000LL, ns % 1000000000LL);
+}
+
+wxString FormatSizeKb(uint32_t low, uint32_t high) {
+  const uint64_t bytes = (static_cast<uint64_t>(high) << 32) | low;
+  const uint64_t kb = bytes > 1024 ? (bytes + 1023) / 1024 : 1;
+  const wxString digits = wxString::Format("%llu", static_cast<unsigned long long>(kb));
+  if (digits.length() < 4) return digits + " KB";
+  wxString grouped;
+  const size_t n = digits.length();
+  for (size_t i = 0; i < n; ++i) {
+    if (i > 0 && (n - i) % 3 == 0) grouped += ',';
+    grouped += digits[i];
+  }
+  return grouped + " KB";
+}
+
+std::optional<wxString> FormatFileDate(uint64_t fileTime) {
+  // The calendar conversion only takes times in the signed range.
+  if (fileTime > static_cast<uint64_t>(INT64_MAX)) return std::nullopt;
+  time_t t = static_cast<time_t>(static_cast<int64_t>(fileTime / 10000000ULL) - kFileTimeUnixOffset);
+  std::tm local{};
+  if (!localtime_r(&t, &local)) return std::nullopt;
+  const int year = local.tm_year + 1900;
+  if (year < 1900) {
+    t = 0;
+  } else {
+    // A time value holds 1970 to 3000 only; glibc would take more, so the
+    // range is checked here.
+    if (year < 1970 || year > 3000) return std::nullopt;
+    local.tm_isdst = -1;  // daylight saving decided by the zone's rules
+    t = mktime(&local);
+    if (t == static_cast<time_t>(-1)) return std::nullopt;
+  }
+  if (!localtime_r(&t, &local)) return std::nullopt;
+  return wxString::Format("%0.2d/%0.2d/%0.2d/%0.2d/%0.2d/%0.2d", (local.tm_year + 1900) % 100,
+                          local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec);
+}
+
+wxString ExtensionTypeText(const wxString& name) {
+  const int slash = name.Find('/', true);
+  const int dot = name.Find('.', true);
+  if (dot == wxNOT_FOUND || dot < slash) return "File";
+  return name.Mid(dot + 1).Upper() + " File";
+}
+
+wxString ShellTypeText(const wxString& name) {
+  gboolean uncertain = FALSE;
+  const wxScopedCharBuffer utf8 = name.utf8_str();
+  gchar* type = g_content_type_guess(utf8.data(), nullptr, 0, &uncertain);
+  wxString text;
+  if (type && !g_content_type_is_unknown(type)) {
+    gchar* description = g_content_type_get_description(type);
+    if (description) text = wxString::FromUTF8(description);
+    g_free(description);
+  }
+  g_free(type);
+  if (text.empty() || text == "unknown") return ExtensionTypeText(name);
+  return text;
+}
+
+}  // namespace ftpzn

@@ -1,0 +1,299 @@
+#include "sites/archive.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <limits>
+
+namespace ftpzn {
+namespace {
+
+// Direct reads of long strings grow their destination in steps of this size,
+// so a damaged length cannot make us reserve more than the file holds.
+constexpr size_t kDirectChunk = 1 << 20;
+
+[[noreturn]] void ThrowEndOfFile() { throw ArchiveException("unexpected end of file"); }
+
+}  // namespace
+
+size_t MemorySource::Read(void* buffer, size_t count) {
+  const size_t n = std::min(count, m_bytes.size() - m_nPos);
+  if (n) std::memcpy(buffer, m_bytes.data() + m_nPos, n);
+  m_nPos += n;
+  return n;
+}
+
+void MemorySink::Write(const void* data, size_t count) {
+  const auto* p = static_cast<const uint8_t*>(data);
+  m_bytes.insert(m_bytes.end(), p, p + count);
+}
+
+PosixFile::~PosixFile() {
+  if (m_fd >= 0) ::close(m_fd);
+}
+
+bool PosixFile::OpenForReading(const wxString& path) {
+  m_fd = ::open(path.fn_str(), O_RDONLY | O_CLOEXEC);
+  return m_fd >= 0;
+}
+
+bool PosixFile::OpenForWriting(const wxString& path) {
+  m_fd = ::open(path.fn_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+  return m_fd >= 0;
+}
+
+void PosixFile::Close() {
+  if (m_fd < 0) return;
+  const int fd = m_fd;
+  m_fd = -1;
+  if (::close(fd) != 0) throw FileException("close failed", errno);
+}
+
+size_t PosixFile::Read(void* buffer, size_t count) {
+  auto* p = static_cast<uint8_t*>(buffer);
+  size_t done = 0;
+  while (done < count) {
+    const ssize_t n = ::read(m_fd, p + done, count - done);
+    if (n < 0 && errno == EINTR) continue;
+    if (n < 0) throw FileException("read failed", errno);
+    if (n == 0) break;
+    done += static_cast<size_t>(n);
+  }
+  return done;
+}
+
+void PosixFile::Write(const void* data, size_t count) {
+  const auto* p = static_cast<const uint8_t*>(data);
+  size_t done = 0;
+  while (done < count) {
+    const ssize_t n = ::write(m_fd, p + done, count - done);
+    if (n < 0 && errno == EINTR) continue;
+    if (n < 0) throw FileException("write failed", errno);
+    done += static_cast<size_t>(n);
+  }
+}
+
+Archive::Archive(ByteSource& source) : m_mode(load), m_pSource(&source) {}
+Archive::Archive(ByteSink& sink) : m_mode(store), m_pSink(&sink) {}
+
+size_t Archive::ReadFromSource(uint8_t* into, size_t count) {
+  size_t done = 0;
+  while (done < count) {
+    const size_t n = m_pSource->Read(into + done, count - done);
+    if (n == 0) break;
+    done += n;
+  }
+  m_nSourceRead += done;
+  return done;
+}
+
+void Archive::FillFixed(size_t count) {
+  if (m_nMax - m_nCur >= count) return;
+  const size_t left = m_nMax - m_nCur;
+  std::memmove(m_buffer, m_buffer + m_nCur, left);
+  m_nCur = 0;
+  m_nMax = left + ReadFromSource(m_buffer + left, kBufferSize - left);
+  if (m_nMax < count) ThrowEndOfFile();
+}
+
+uint8_t Archive::ReadByte() {
+  FillFixed(1);
+  return m_buffer[m_nCur++];
+}
+
+uint16_t Archive::ReadWord() {
+  FillFixed(2);
+  const uint8_t* p = m_buffer + m_nCur;
+  m_nCur += 2;
+  return static_cast<uint16_t>(p[0] | (p[1] << 8));
+}
+
+uint32_t Archive::ReadDword() {
+  FillFixed(4);
+  const uint8_t* p = m_buffer + m_nCur;
+  m_nCur += 4;
+  return static_cast<uint32_t>(p[0]) | (static_cast<uint32_t>(p[1]) << 8) |
+         (static_cast<uint32_t>(p[2]) << 16) | (static_cast<uint32_t>(p[3]) << 24);
+}
+
+uint64_t Archive::ReadQword() {
+  FillFixed(8);
+  uint64_t value = 0;
+  for (int i = 7; i >= 0; --i) value = (value << 8) | m_buffer[m_nCur + i];
+  m_nCur += 8;
+  return value;
+}
+
+void Archive::ReadBytes(std::string& out, uint64_t count) {
+  const size_t fromBuffer = static_cast<size_t>(std::min<uint64_t>(count, m_nMax - m_nCur));
+  out.append(reinterpret_cast<const char*>(m_buffer + m_nCur), fromBuffer);
+  m_nCur += fromBuffer;
+  count -= fromBuffer;
+  if (count == 0) return;
+
+  uint64_t direct = count - count % kBufferSize;
+  while (direct > 0) {
+    const size_t chunk = static_cast<size_t>(std::min<uint64_t>(direct, kDirectChunk));
+    const size_t at = out.size();
+    out.resize(at + chunk);
+    const size_t got = ReadFromSource(reinterpret_cast<uint8_t*>(out.data() + at), chunk);
+    if (got < chunk) ThrowEndOfFile();
+    direct -= chunk;
+  }
+
+  const size_t remainder = static_cast<size_t>(count % kBufferSize);
+  if (remainder == 0) return;
+  m_nCur = 0;
+  m_nMax = ReadFromSource(m_buffer, kBufferSize);
+  if (m_nMax < remainder) ThrowEndOfFile();
+  out.append(reinterpret_cast<const char*>(m_buffer), remainder);
+  m_nCur = remainder;
+}
+
+uint64_t Archive::ReadStringLength(bool& wide) {
+  wide = false;
+  uint8_t byteLength = ReadByte();
+  if (byteLength < 0xFF) return byteLength;
+  uint16_t wordLength = ReadWord();
+  if (wordLength == 0xFFFE) {
+    // The wide marker; the real length follows in the same escaped form.
+    wide = true;
+    byteLength = ReadByte();
+    if (byteLength < 0xFF) return byteLength;
+    wordLength = ReadWord();
+  }
+  if (wordLength < 0xFFFF) return wordLength;
+  const uint32_t dwordLength = ReadDword();
+  if (dwordLength < 0xFFFFFFFF) return dwordLength;
+  return ReadQword();
+}
+
+wxString Archive::ReadString() {
+  bool wide = false;
+  const uint64_t length = ReadStringLength(wide);
+  if (wide && length > std::numeric_limits<uint64_t>::max() / 2) ThrowEndOfFile();
+  std::string bytes;
+  ReadBytes(bytes, wide ? length * 2 : length);
+  if (!wide) return FromWindows1252(bytes);
+  std::u16string units(bytes.size() / 2, u'\0');
+  for (size_t i = 0; i < units.size(); ++i)
+    units[i] = static_cast<char16_t>(static_cast<uint8_t>(bytes[2 * i]) |
+                                     (static_cast<uint8_t>(bytes[2 * i + 1]) << 8));
+  return FromUtf16(units);
+}
+
+void Archive::WriteBytes(const void* data, size_t count) {
+  const auto* p = static_cast<const uint8_t*>(data);
+  while (count > 0) {
+    if (m_nCur == kBufferSize) Flush();
+    const size_t n = std::min(count, kBufferSize - m_nCur);
+    std::memcpy(m_buffer + m_nCur, p, n);
+    m_nCur += n;
+    p += n;
+    count -= n;
+  }
+}
+
+void Archive::Flush() {
+  if (m_nCur == 0) return;
+  const size_t n = m_nCur;
+  m_nCur = 0;
+  m_pSink->Write(m_buffer, n);
+}
+
+void Archive::WriteByte(uint8_t value) { WriteBytes(&value, 1); }
+
+void Archive::WriteWord(uint16_t value) {
+  const uint8_t bytes[2] = {static_cast<uint8_t>(value), static_cast<uint8_t>(value >> 8)};
+  WriteBytes(bytes, 2);
+}
+
+void Archive::WriteDword(uint32_t value) {
+  uint8_t bytes[4];
+  for (int i = 0; i < 4; ++i) bytes[i] = static_cast<uint8_t>(value >> (8 * i));
+  WriteBytes(bytes, 4);
+}
+
+void Archive::WriteQword(uint64_t value) {
+  uint8_t bytes[8];
+  for (int i = 0; i < 8; ++i) bytes[i] = static_cast<uint8_t>(value >> (8 * i));
+  WriteBytes(bytes, 8);
+}
+
+void Archive::WriteString(const wxString& value) {
+  const std::u16string units = ToUtf16(value);
+  const uint64_t length = units.size();
+  WriteByte(0xFF);
+  WriteWord(0xFFFE);
+  if (length < 0xFF) {
+    WriteByte(static_cast<uint8_t>(length));
+  } else {
+    WriteByte(0xFF);
+    if (length < 0xFFFE) {
+      WriteWord(static_cast<uint16_t>(length));
+    } else {
+      WriteWord(0xFFFF);
+      if (length < 0xFFFFFFFF) {
+        WriteDword(static_cast<uint32_t>(length));
+      } else {
+        WriteDword(0xFFFFFFFF);
+        WriteQword(length);
+      }
+    }
+  }
+  for (char16_t unit : units) WriteWord(static_cast<uint16_t>(unit));
+}
+
+std::u16string ToUtf16(const wxString& text) {
+  std::u16string units;
+  units.reserve(text.length());
+  for (wxString::const_iterator it = text.begin(); it != text.end(); ++it) {
+    const uint32_t cp = static_cast<uint32_t>((*it).GetValue());
+    if (cp > 0xFFFF && cp <= 0x10FFFF) {
+      const uint32_t v = cp - 0x10000;
+      units.push_back(static_cast<char16_t>(0xD800 + (v >> 10)));
+      units.push_back(static_cast<char16_t>(0xDC00 + (v & 0x3FF)));
+    } else {
+      units.push_back(static_cast<char16_t>(cp));
+    }
+  }
+  return units;
+}
+
+wxString FromUtf16(const std::u16string& units) {
+  std::wstring wide;
+  wide.reserve(units.size());
+  for (size_t i = 0; i < units.size(); ++i) {
+    const char16_t u = units[i];
+    if constexpr (sizeof(wchar_t) >= 4) {
+      if (u >= 0xD800 && u <= 0xDBFF && i + 1 < units.size() && units[i + 1] >= 0xDC00 &&
+          units[i + 1] <= 0xDFFF) {
+        const uint32_t cp = 0x10000 + ((static_cast<uint32_t>(u) - 0xD800) << 10) + (units[i + 1] - 0xDC00);
+        wide.push_back(static_cast<wchar_t>(cp));
+        ++i;
+        continue;
+      }
+    }
+    wide.push_back(static_cast<wchar_t>(u));
+  }
+  return wxString(wide);
+}
+
+wxString FromWindows1252(const std::string& bytes) {
+  static const char16_t kHigh[32] = {0x20AC, 0x0081, 0x201A, 0x0192, 0x201E, 0x2026, 0x2020, 0x2021,
+                                     0x02C6, 0x2030, 0x0160, 0x2039, 0x0152, 0x008D, 0x017D, 0x008F,
+                                     0x0090, 0x2018, 0x2019, 0x201C, 0x201D, 0x2022, 0x2013, 0x2014,
+                                     0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0x009D, 0x017E, 0x0178};
+  std::wstring wide;
+  wide.reserve(bytes.size());
+  for (char c : bytes) {
+    const uint8_t b = static_cast<uint8_t>(c);
+    wide.push_back(static_cast<wchar_t>(b >= 0x80 && b < 0xA0 ? kHigh[b - 0x80] : b));
+  }
+  return wxString(wide);
+}
+
+}  // namespace ftpzn

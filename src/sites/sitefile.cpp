@@ -1,0 +1,178 @@
+#include "sites/sitefile.h"
+
+#include <wx/filename.h>
+#include <wx/stdpaths.h>
+
+#include <cerrno>
+#include <stdexcept>
+
+#include "sites/archive.h"
+
+namespace ftpzn {
+namespace {
+
+wxString& ModuleDirectoryOverride() {
+  static wxString directory;
+  return directory;
+}
+
+uint64_t CountRemaining(ByteSource& source) {
+  uint64_t total = 0;
+  char chunk[65536];
+  for (;;) {
+    const size_t n = source.Read(chunk, sizeof chunk);
+    if (n == 0) return total;
+    total += n;
+  }
+}
+
+}  // namespace
+
+wxString GetModuleDirectory() {
+  if (!ModuleDirectoryOverride().empty()) return ModuleDirectoryOverride();
+  const wxFileName executable(wxStandardPaths::Get().GetExecutablePath());
+  return executable.GetPath(wxPATH_GET_VOLUME | wxPATH_GET_SEPARATOR);
+}
+
+void SetModuleDirectoryForTesting(const wxString& directory) {
+  wxString& stored = ModuleDirectoryOverride();
+  stored = directory;
+  if (!stored.empty() && !wxFileName::IsPathSeparator(stored.Last()))
+    stored += wxFileName::GetPathSeparator();
+}
+
+wxString DefaultSitesPath() { return GetModuleDirectory() + kSitesFileName; }
+
+bool LoadSites(ByteSource& source, std::vector<CFtpSite>& sites, SiteFileReport* report) {
+  SiteFileReport local;
+  SiteFileReport& r = report ? *report : local;
+  r = SiteFileReport{};
+  Archive ar(source);
+  try {
+    if (ar.ReadString() != kSitesMagic) {
+      r.outcome = SiteFileReport::wrongMagic;
+      return true;
+    }
+  } catch (const ArchiveException&) {
+    r.outcome = SiteFileReport::wrongMagic;
+    r.endOfFile = true;
+    return false;
+  } catch (const FileException& e) {
+    r.outcome = SiteFileReport::damaged;
+    r.error = e.Error();
+    return false;
+  }
+  // The record list ends where the read buffer runs dry, whatever the file
+  // still holds: a record ending exactly on the buffer's edge ends the list.
+  while (!ar.IsBufferEmpty()) {
+    r.stopOffset = ar.Position();
+    CFtpSite site;
+    try {
+      site.Serialize(ar);
+    } catch (const ArchiveException&) {
+      r.outcome = SiteFileReport::damaged;
+      r.endOfFile = true;
+      return false;
+    } catch (const FileException& e) {
+      r.outcome = SiteFileReport::damaged;
+      r.error = e.Error();
+      return false;
+    }
+    sites.push_back(site);
+    ++r.records;
+  }
+  r.outcome = SiteFileReport::complete;
+  r.stopOffset = ar.Position();
+  try {
+    r.unreadBytes = CountRemaining(source);
+  } catch (const FileException&) {
+  }
+  return true;
+}
+
+bool SaveSites(ByteSink& sink, std::vector<CFtpSite>& sites, SiteFileReport* report) {
+  SiteFileReport local;
+  SiteFileReport& r = report ? *report : local;
+  r = SiteFileReport{};
+  Archive ar(sink);
+  try {
+    ar.WriteString(kSitesMagic);
+    for (CFtpSite& site : sites) {
+      site.Serialize(ar);
+      ++r.records;
+    }
+    ar.Flush();
+    r.flushed = true;
+  } catch (const FileException& e) {
+    r.outcome = SiteFileReport::damaged;
+    r.error = e.Error();
+    return false;
+  }
+  r.outcome = SiteFileReport::complete;
+  return true;
+}
+
+bool SerializeSites(const wxString& path, std::vector<CFtpSite>& sites, bool bSave, SiteFileReport* report) {
+  SiteFileReport local;
+  SiteFileReport& r = report ? *report : local;
+  r = SiteFileReport{};
+  PosixFile file;
+  if (!(bSave ? file.OpenForWriting(path) : file.OpenForReading(path))) {
+    r.error = errno;
+    r.outcome = SiteFileReport::notOpened;
+    return true;
+  }
+  bool ok = bSave ? SaveSites(file, sites, &r) : LoadSites(file, sites, &r);
+  try {
+    file.Close();
+  } catch (const FileException& e) {
+    if (ok) {
+      r.outcome = SiteFileReport::damaged;
+      r.error = e.Error();
+    }
+    ok = false;
+  }
+  return ok;
+}
+
+CFtpSite BuiltInSite() {
+  CFtpSite site;
+  site.m_strProfileName = "Example Site";
+  site.m_strHost = "ftp.example.com";
+  site.m_strDescription = "An example profile: change the fields, then press Add.";
+  site.m_strLogin = "guest";
+  site.m_strPassword = "guest";
+  site.m_strInitialPath = "/pub";
+  site.m_nPort = 21;
+  site.m_nRetries = 3;
+  site.m_nRetryDelay = 10;
+  site.m_bPassive = 1;
+  return site;
+}
+
+int FindSiteNoCase(const std::vector<CFtpSite>& sites, const wxString& name) {
+  for (size_t i = 0; i < sites.size(); ++i)
+    if (sites[i].m_strProfileName.CmpNoCase(name) == 0) return static_cast<int>(i);
+  return -1;
+}
+
+void AssignSiteFields(CFtpSite& target, const CFtpSite& source) {
+  target.m_bPassive = source.m_bPassive;
+  target.m_nRetries = source.m_nRetries;
+  target.m_nPort = source.m_nPort;
+  target.m_nRetryDelay = source.m_nRetryDelay;
+  target.m_strHost = source.m_strHost;
+  target.m_strDescription = source.m_strDescription;
+  target.m_strAccount = source.m_strAccount;
+  target.m_strLogin = source.m_strLogin;
+  target.m_strProfileName = source.m_strProfileName;
+  target.m_strPassword = source.m_strPassword;
+  target.m_strInitialPath = source.m_strInitialPath;
+}
+
+void RemoveSiteAt(std::vector<CFtpSite>& sites, size_t index) {
+  if (index >= sites.size()) throw std::out_of_range("site index out of range");
+  sites.erase(sites.begin() + static_cast<std::ptrdiff_t>(index));
+}
+
+}  // namespace ftpzn
