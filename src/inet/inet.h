@@ -24,6 +24,7 @@
 #pragma once
 
 #include <cstdint>
+#include <deque>
 #include <exception>
 #include <memory>
 #include <set>
@@ -280,8 +281,8 @@ class CFtpFileFind {
 
   CFtpConnection* m_connection;
   uintptr_t m_context;
-  std::vector<FtpListEntry> m_entries;
-  size_t m_next = 0;  // index of the entry FindNextFile moves to
+  std::deque<FtpListEntry> m_entries;  // no moves of earlier entries as it grows
+  size_t m_next = 0;                   // index of the entry FindNextFile moves to
   bool m_open = false;
 };
 
