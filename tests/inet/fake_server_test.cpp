@@ -243,9 +243,18 @@ TEST_F(FakeServerTest, EpsvRefusedThenUnroutablePasv) {
 
 TEST_F(FakeServerTest, ActiveFallsBackFromEprtToPort) {
   Step port = On("PORT 127,0,0,1,", "200 ok\r\n");
-  FakeServer server(Plus(fake::Login(), {On("TYPE I", "200 ok\r\n"), On("EPRT |1|127.0.0.1|", "500 what\r\n"),
-                                         port, Transfer("RETR f", "active bytes")}));
+  FakeServer server(
+      Plus(fake::Login(), {On("TYPE A", "200 ok\r\n"), On("EPRT |1|127.0.0.1|", "500 what\r\n"), port,
+                           On("LIST", "226 nothing to list\r\n"),
+                           // EPRT is not tried again.
+                           On("TYPE I", "200 ok\r\n"), port, Transfer("RETR f", "active bytes")}));
   auto c = Connect(server, false);
+  {
+    // An empty listing ended at once, without a data connection.
+    CFtpFileFind find(c.get());
+    EXPECT_FALSE(find.FindFile());
+    EXPECT_EQ(GetLastError(), 18u);
+  }
   auto file = c->OpenFile(L"f");
   char buf[64];
   uint32_t n = file->Read(buf, sizeof buf);
