@@ -367,8 +367,13 @@ void FtpControl::AbandonTransfer() {
 
 bool FtpControl::ReplyPending(int ms) {
   if (m_reader->HasBuffered()) return true;
-  pollfd p{m_stream->NativeHandle(), POLLIN, 0};
-  return ::poll(&p, 1, ms) > 0;
+  try {
+    WaitReady(m_stream->NativeHandle(), POLLIN, Deadline::After(static_cast<uint32_t>(ms)), "reply");
+  } catch (const NetError& e) {
+    if (e.code == kErrTimeout) return false;
+    throw;
+  }
+  return true;
 }
 
 void FtpControl::Quit() {
