@@ -139,7 +139,7 @@ int ParseListFromStdin() {
   char* line = nullptr;
   size_t capacity = 0;
   ssize_t n;
-  ListClock clock;
+  ListClock clock{static_cast<int64_t>(std::time(nullptr))};  // one "now" for all lines
   while ((n = getline(&line, &capacity, stdin)) > 0) {
     std::string_view text(line, static_cast<size_t>(n));
     while (!text.empty() && (text.back() == '\n' || text.back() == '\r')) text.remove_suffix(1);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cstring>
+#include <ctime>
 #include <cwctype>
 
 #include "inet/errortext.h"
@@ -570,7 +571,9 @@ bool CFtpFileFind::FindFile(const wchar_t* pattern, uint32_t) {
     Record(NetError(kErrCancelled, "no connection"));
     return false;
   }
-  ListClock clock;
+  // One "now" for the whole listing, so every year-less date in it is
+  // resolved alike.
+  ListClock clock{static_cast<int64_t>(std::time(nullptr))};
   std::wstring mask = pattern ? pattern : L"";
   bool everything = mask.empty() || mask == L"*" || mask == L"*.*";
   bool mlsd = false;
