@@ -365,6 +365,14 @@ void FtpControl::AbandonTransfer() {
   }
 }
 
+std::optional<FtpReply> FtpControl::EndReplyIfAny() {
+  if (m_transferEnded || !m_stream || !ReplyPending(kAbortGraceMs)) return std::nullopt;
+  FtpReply reply = ReadReply();
+  for (int i = 0; i < 8 && reply.Preliminary(); ++i) reply = ReadReply();
+  m_transferEnded = true;
+  return reply;
+}
+
 bool FtpControl::ReplyPending(int ms) {
   if (m_reader->HasBuffered()) return true;
   try {

@@ -235,6 +235,7 @@ class CInternetFile {
   friend class CFtpConnection;
   CInternetFile(CFtpConnection& connection, std::unique_ptr<Stream> data, bool writing, uintptr_t context);
   [[noreturn]] void Fail(uint32_t code);
+  void Send(const char* data, size_t size);
 
   CFtpConnection* m_connection;
   std::unique_ptr<Stream> m_data;
