@@ -7,7 +7,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 BUILD=${1:-build}
-RUNS=${RUNS:-3}
+RUNS=${RUNS:-5}
 SIZE_MB=${SIZE_MB:-1024}
 ENTRIES=${ENTRIES:-100000}
 FTP=$BUILD/tools/ftpzn-ftp

@@ -82,21 +82,23 @@ void Check(bool ok) {
   if (!ok) EngineFailure(GetLastError());
 }
 
-void AppendDigits(std::string& out, uint64_t value, int width) {
+// Writes `value` with at least `width` digits at `out`; returns the end.
+char* PutDigits(char* out, uint64_t value, int width) {
   char digits[24];
   int n = 0;
   do {
     digits[n++] = static_cast<char>('0' + value % 10);
     value /= 10;
-  } while (value > 0 && n < 20);
-  for (int i = n; i < width; ++i) out += '0';
-  while (n > 0) out += digits[--n];
+  } while (value > 0);
+  for (int i = n; i < width; ++i) *out++ = '0';
+  while (n > 0) *out++ = digits[--n];
+  return out;
 }
 
 // "YYYY-MM-DDTHH:MM:SSZ" by hand: strftime or printf per line is a visible
 // share of a 100,000-line listing.
-void AppendIsoTime(std::string& out, const std::optional<int64_t>& t) {
-  if (!t) return;
+char* PutIsoTime(char* out, const std::optional<int64_t>& t) {
+  if (!t) return out;
   int64_t days = *t >= 0 ? *t / 86400 : (*t - 86399) / 86400;
   int64_t secs = *t - days * 86400;
   // Civil date from days since 1970-01-01 (Howard Hinnant's algorithm).
@@ -109,41 +111,35 @@ void AppendIsoTime(std::string& out, const std::optional<int64_t>& t) {
   int64_t day = doy - (153 * mp + 2) / 5 + 1;
   int64_t month = mp < 10 ? mp + 3 : mp - 9;
   int64_t year = yoe + era * 400 + (month <= 2);
-  if (year < 0 || year > 9999) return;
-  AppendDigits(out, static_cast<uint64_t>(year), 4);
-  out += '-';
-  AppendDigits(out, static_cast<uint64_t>(month), 2);
-  out += '-';
-  AppendDigits(out, static_cast<uint64_t>(day), 2);
-  out += 'T';
-  AppendDigits(out, static_cast<uint64_t>(secs / 3600), 2);
-  out += ':';
-  AppendDigits(out, static_cast<uint64_t>(secs / 60 % 60), 2);
-  out += ':';
-  AppendDigits(out, static_cast<uint64_t>(secs % 60), 2);
-  out += 'Z';
+  if (year < 0 || year > 9999) return out;
+  const int64_t parts[] = {year, month, day, secs / 3600, secs / 60 % 60, secs % 60};
+  const char after[] = "--T::Z";
+  for (int i = 0; i < 6; ++i) {
+    out = PutDigits(out, static_cast<uint64_t>(parts[i]), i == 0 ? 4 : 2);
+    *out++ = after[i];
+  }
+  return out;
 }
 
 void PrintEntry(const FtpListEntry& e) {
-  char type = e.kind == FtpListEntry::Kind::Directory ? 'd' : e.kind == FtpListEntry::Kind::Link ? 'l' : 'f';
-  std::string line;
-  line.reserve(64 + e.name.size());
-  line += type;
-  line += '\t';
-  AppendDigits(line, e.size, 1);
-  line += '\t';
-  AppendIsoTime(line, e.mtime);
-  line += '\t';
-  line += e.name;
-  line += '\n';
-  std::fwrite(line.data(), 1, line.size(), stdout);
+  char head[64];
+  char* p = head;
+  *p++ = e.kind == FtpListEntry::Kind::Directory ? 'd' : e.kind == FtpListEntry::Kind::Link ? 'l' : 'f';
+  *p++ = '\t';
+  p = PutDigits(p, e.size, 1);
+  *p++ = '\t';
+  p = PutIsoTime(p, e.mtime);
+  *p++ = '\t';
+  std::fwrite(head, 1, static_cast<size_t>(p - head), stdout);
+  std::fwrite(e.name.data(), 1, e.name.size(), stdout);
+  std::fputc('\n', stdout);
 }
 
 int ParseListFromStdin() {
   char* line = nullptr;
   size_t capacity = 0;
   ssize_t n;
-  ListClock clock;
+  ListClock clock{static_cast<int64_t>(std::time(nullptr))};  // one "now" for all lines
   while ((n = getline(&line, &capacity, stdin)) > 0) {
     std::string_view text(line, static_cast<size_t>(n));
     while (!text.empty() && (text.back() == '\n' || text.back() == '\r')) text.remove_suffix(1);
@@ -237,24 +233,35 @@ int Run(std::vector<std::string> args) {
   } else if (command == "rm") {
     Check(c->Remove(t.path));
   } else if (command == "get") {
-    std::unique_ptr<FILE, int (*)(FILE*)> out(std::fopen(args[1].c_str(), "wb"), std::fclose);
+    Fd out(open(args[1].c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
     if (!out) throw Failure{"cannot create " + args[1] + ": " + std::strerror(errno)};
-    std::vector<char> local(64 * 1024);
-    setvbuf(out.get(), local.data(), _IOFBF, local.size());
+    // Blocks are read one after another into a larger buffer that goes to
+    // the file in one write: no stdio copy on the way.
+    std::vector<char> local(256 * 1024);
+    size_t filled = 0;
+    auto flush = [&] {
+      for (size_t at = 0; at < filled;) {
+        ssize_t n = write(out.Get(), local.data() + at, filled - at);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) throw Failure{"cannot write " + args[1] + ": " + std::strerror(errno)};
+        at += static_cast<size_t>(n);
+      }
+      filled = 0;
+    };
     try {
       auto file = c->OpenFile(t.path, GENERIC_READ, FTP_TRANSFER_TYPE_BINARY);
-      char block[kBlock];
       for (;;) {
-        uint32_t n = file->Read(block, kBlock);
+        if (local.size() - filled < kBlock) flush();
+        uint32_t n = file->Read(local.data() + filled, kBlock);
         if (n == 0) break;
-        if (std::fwrite(block, 1, n, out.get()) != n) throw Failure{"cannot write " + args[1]};
+        filled += n;
       }
       file->Close();
       Check(GetLastError() == 0);
     } catch (const CInternetException& e) {
       EngineFailure(e.m_dwError);
     }
-    if (std::fflush(out.get()) != 0) throw Failure{"cannot write " + args[1] + ": " + std::strerror(errno)};
+    flush();
   } else if (command == "put") {
     Fd in(open(args[0].c_str(), O_RDONLY | O_CLOEXEC));
     struct stat st {};

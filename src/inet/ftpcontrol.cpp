@@ -35,6 +35,17 @@ bool IsPrivate(const uint8_t a[4]) {
          (a[0] == 169 && a[1] == 254) || (a[0] == 100 && (a[1] & 0xC0) == 64);
 }
 
+// The data of a transfer the server ended without connecting.
+class EmptyStream : public Stream {
+ public:
+  size_t ReadSome(void*, size_t, const Deadline&) override { return 0; }
+  void WriteAll(const void*, size_t, const Deadline&) override {
+    throw NetError(kErrConnectionAborted, "the server ended the transfer");
+  }
+  void ShutdownWrite() override {}
+  int NativeHandle() const override { return -1; }
+};
+
 }  // namespace
 
 // The one mapping from a server's reply to the engine's error codes. A 421
@@ -314,7 +325,14 @@ std::unique_ptr<Stream> FtpControl::StartTransfer(const std::string& command, Tr
   // Some servers answer a transfer of nothing with the end reply at once.
   m_transferEnded = !reply.Preliminary();
   if (!data) {
-    data = MakeStream(AcceptFrom(listener.Get(), Deadline::After(m_timeouts.connectMs)), m_peer.Host());
+    // A server that has already ended the transfer may never connect.
+    Deadline deadline = Deadline::After(m_transferEnded ? kAbortGraceMs : m_timeouts.connectMs);
+    try {
+      data = MakeStream(AcceptFrom(listener.Get(), deadline), m_peer.Host());
+    } catch (const NetError&) {
+      if (!m_transferEnded) throw;
+      data = std::make_unique<EmptyStream>();
+    }
   }
   return data;
 }
@@ -347,10 +365,23 @@ void FtpControl::AbandonTransfer() {
   }
 }
 
+std::optional<FtpReply> FtpControl::EndReplyIfAny() {
+  if (m_transferEnded || !m_stream || !ReplyPending(kAbortGraceMs)) return std::nullopt;
+  FtpReply reply = ReadReply();
+  for (int i = 0; i < 8 && reply.Preliminary(); ++i) reply = ReadReply();
+  m_transferEnded = true;
+  return reply;
+}
+
 bool FtpControl::ReplyPending(int ms) {
   if (m_reader->HasBuffered()) return true;
-  pollfd p{m_stream->NativeHandle(), POLLIN, 0};
-  return ::poll(&p, 1, ms) > 0;
+  try {
+    WaitReady(m_stream->NativeHandle(), POLLIN, Deadline::After(static_cast<uint32_t>(ms)), "reply");
+  } catch (const NetError& e) {
+    if (e.code == kErrTimeout) return false;
+    throw;
+  }
+  return true;
 }
 
 void FtpControl::Quit() {

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "inet/netio.h"
@@ -55,6 +56,9 @@ class FtpControl {
   // Ends a transfer the client stopped early: the data stream is already
   // closed; the end reply is read and ignored, whatever it is.
   void AbandonTransfer();
+  // After the data connection failed under a transfer: the server's end
+  // reply if it comes within a moment (it explains the failure), else none.
+  std::optional<FtpReply> EndReplyIfAny();
 
   void Quit();  // QUIT, best effort; the connection is closed afterwards
   bool Dropped() const { return !m_stream; }

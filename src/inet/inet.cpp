@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cstring>
+#include <ctime>
 #include <cwctype>
 
 #include "inet/errortext.h"
@@ -493,14 +494,7 @@ void CInternetFile::Write(const void* buffer, uint32_t count) {
   }
   Flush();
   if (count >= m_buffer.size()) {
-    try {
-      FtpControl* control = m_connection ? m_connection->m_control.get() : nullptr;
-      if (!control) Fail(kErrCancelled);
-      m_data->WriteAll(in, count, Deadline::After(control->Timeouts().sendMs));
-    } catch (const NetError& e) {
-      m_data.reset();
-      Throw(e, m_context);
-    }
+    Send(in, count);
     return;
   }
   std::memcpy(m_buffer.data(), in, count);
@@ -509,15 +503,28 @@ void CInternetFile::Write(const void* buffer, uint32_t count) {
 
 void CInternetFile::Flush() {
   if (!m_writing || m_end == 0) return;
-  if (!m_data) Fail(kErrCancelled);
+  Send(m_buffer.data(), m_end);
+  m_end = 0;
+}
+
+void CInternetFile::Send(const char* data, size_t size) {
   FtpControl* control = m_connection ? m_connection->m_control.get() : nullptr;
-  if (!control) Fail(kErrCancelled);
+  if (!control || !m_data) Fail(kErrCancelled);
   try {
-    m_data->WriteAll(m_buffer.data(), m_end, Deadline::After(control->Timeouts().sendMs));
-    m_end = 0;
+    m_data->WriteAll(data, size, Deadline::After(control->Timeouts().sendMs));
   } catch (const NetError& e) {
     m_data.reset();
     m_end = 0;
+    // A server that stops an upload (disk full, quota) drops the data
+    // connection and says why on the control connection: its reply is the
+    // better report.
+    std::optional<FtpReply> reply;
+    try {
+      if (e.code == kErrConnectionAborted || e.code == kErrConnectionReset) reply = control->EndReplyIfAny();
+    } catch (const NetError& late) {
+      Throw(late, m_context);
+    }
+    if (reply && !reply->Positive()) Throw(Refusal(*reply), m_context);
     Throw(e, m_context);
   }
 }
@@ -525,13 +532,11 @@ void CInternetFile::Flush() {
 void CInternetFile::Close() {
   if (!m_connection) return;
   CFtpConnection* connection = m_connection;
-  m_connection = nullptr;
   FtpControl* control = connection->m_control.get();
   t_lastError = 0;
   try {
     if (m_writing && m_data) {
-      m_data->WriteAll(m_buffer.data(), m_end, Deadline::After(control->Timeouts().sendMs));
-      m_end = 0;
+      Flush();
       m_data->ShutdownWrite();
       m_data.reset();
       control->FinishTransfer();
@@ -544,11 +549,15 @@ void CInternetFile::Close() {
       m_data.reset();
       control->AbandonTransfer();
     }
+  } catch (const CInternetException&) {
+    // The last flush failed and said so in the thread's last error.
+    control->AbandonTransfer();
   } catch (const NetError& e) {
     Record(e);
     m_data.reset();
-    if (control && e.code != kErrExtended) control->AbandonTransfer();
+    if (e.code != kErrExtended) control->AbandonTransfer();
   }
+  m_connection = nullptr;
   m_atEnd = true;
   connection->m_busy = false;
   connection->m_openFile = nullptr;
@@ -570,7 +579,9 @@ bool CFtpFileFind::FindFile(const wchar_t* pattern, uint32_t) {
     Record(NetError(kErrCancelled, "no connection"));
     return false;
   }
-  ListClock clock;
+  // One "now" for the whole listing, so every year-less date in it is
+  // resolved alike.
+  ListClock clock{static_cast<int64_t>(std::time(nullptr))};
   std::wstring mask = pattern ? pattern : L"";
   bool everything = mask.empty() || mask == L"*" || mask == L"*.*";
   bool mlsd = false;

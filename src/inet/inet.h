@@ -24,6 +24,7 @@
 #pragma once
 
 #include <cstdint>
+#include <deque>
 #include <exception>
 #include <memory>
 #include <set>
@@ -234,6 +235,7 @@ class CInternetFile {
   friend class CFtpConnection;
   CInternetFile(CFtpConnection& connection, std::unique_ptr<Stream> data, bool writing, uintptr_t context);
   [[noreturn]] void Fail(uint32_t code);
+  void Send(const char* data, size_t size);
 
   CFtpConnection* m_connection;
   std::unique_ptr<Stream> m_data;
@@ -280,8 +282,8 @@ class CFtpFileFind {
 
   CFtpConnection* m_connection;
   uintptr_t m_context;
-  std::vector<FtpListEntry> m_entries;
-  size_t m_next = 0;  // index of the entry FindNextFile moves to
+  std::deque<FtpListEntry> m_entries;  // no moves of earlier entries as it grows
+  size_t m_next = 0;                   // index of the entry FindNextFile moves to
   bool m_open = false;
 };
 

@@ -243,9 +243,18 @@ TEST_F(FakeServerTest, EpsvRefusedThenUnroutablePasv) {
 
 TEST_F(FakeServerTest, ActiveFallsBackFromEprtToPort) {
   Step port = On("PORT 127,0,0,1,", "200 ok\r\n");
-  FakeServer server(Plus(fake::Login(), {On("TYPE I", "200 ok\r\n"), On("EPRT |1|127.0.0.1|", "500 what\r\n"),
-                                         port, Transfer("RETR f", "active bytes")}));
+  FakeServer server(
+      Plus(fake::Login(), {On("TYPE A", "200 ok\r\n"), On("EPRT |1|127.0.0.1|", "500 what\r\n"), port,
+                           On("LIST", "226 nothing to list\r\n"),
+                           // EPRT is not tried again.
+                           On("TYPE I", "200 ok\r\n"), port, Transfer("RETR f", "active bytes")}));
   auto c = Connect(server, false);
+  {
+    // An empty listing ended at once, without a data connection.
+    CFtpFileFind find(c.get());
+    EXPECT_FALSE(find.FindFile());
+    EXPECT_EQ(GetLastError(), 18u);
+  }
   auto file = c->OpenFile(L"f");
   char buf[64];
   uint32_t n = file->Read(buf, sizeof buf);
@@ -354,6 +363,30 @@ TEST_F(FakeServerTest, DotsAndEmptyListings) {
   c->Close();
   server.Finish();
   EXPECT_EQ(server.Problem(), "");
+}
+
+TEST_F(FakeServerTest, UploadStoppedByTheServerReportsItsReply) {
+  Step stor = Transfer("STOR big", "", "552 Quota exceeded\r\n");
+  FakeServer server(
+      Plus(fake::Login(), {On("TYPE I", "200 ok\r\n"), Epsv(), stor, On("PWD", "257 \"/\" ok\r\n")}));
+  auto c = Connect(server);
+  auto file = c->OpenFile(L"big", GENERIC_WRITE);
+  std::vector<char> block(4096, 'u');
+  uint32_t error = 0;
+  for (int i = 0; i < 64 * 256 && error == 0; ++i) {  // at most 64 MiB
+    try {
+      file->Write(block.data(), 4096);
+    } catch (const CInternetException& e) {
+      error = e.m_dwError;
+    }
+  }
+  EXPECT_EQ(error, 12003u);
+  EXPECT_EQ(InternetGetLastResponseInfo(), L"552 Quota exceeded");
+  file->Close();
+  // The replies are still in step: the next command gets its own.
+  std::wstring dir;
+  EXPECT_TRUE(c->GetCurrentDirectory(dir)) << WideToWire(InternetGetLastResponseInfo());
+  EXPECT_EQ(dir, L"/");
 }
 
 class RecordingSession : public CInternetSession {
