@@ -2,6 +2,8 @@
 
 #include <cstdint>
 
+#include "platform/utf8.h"
+
 namespace ftpzn::inet {
 
 namespace {
@@ -35,24 +37,6 @@ size_t ValidSequence(std::string_view s, char32_t& cp) {
   // Overlong forms, surrogates and values past Unicode are not UTF-8.
   if (cp < min || cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF)) return 0;
   return len;
-}
-
-void AppendUtf8(std::string& out, char32_t cp) {
-  if (cp < 0x80) {
-    out += static_cast<char>(cp);
-  } else if (cp < 0x800) {
-    out += static_cast<char>(0xC0 | (cp >> 6));
-    out += static_cast<char>(0x80 | (cp & 0x3F));
-  } else if (cp < 0x10000) {
-    out += static_cast<char>(0xE0 | (cp >> 12));
-    out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
-    out += static_cast<char>(0x80 | (cp & 0x3F));
-  } else {
-    out += static_cast<char>(0xF0 | (cp >> 18));
-    out += static_cast<char>(0x80 | ((cp >> 12) & 0x3F));
-    out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
-    out += static_cast<char>(0x80 | (cp & 0x3F));
-  }
 }
 
 }  // namespace
@@ -100,7 +84,7 @@ std::string WideToWire(std::wstring_view text) {
     } else if ((cp >= 0xD800 && cp <= 0xDFFF) || cp > 0x10FFFF) {
       out += '?';  // no byte form; cannot come from the wire
     } else {
-      AppendUtf8(out, cp);
+      ftpzn::AppendUtf8(out, cp);
     }
   }
   return out;

@@ -3,10 +3,13 @@
 #include <wx/animate.h>
 #include <wx/generic/animate.h>
 #include <wx/imaglist.h>
+#include <wx/menu.h>
 
 #include <algorithm>
+#include <memory>
 
 #include "mainwnd/dlgftpmainwnd.h"
+#include "res/menus.h"
 #include "res/resources.h"
 
 namespace {
@@ -225,4 +228,12 @@ int CFtpListzn::ShowBusyAnimation(bool on, wxWindow* parent) {
   m_busyAnimation = animation;
   m_bBusy = 1;
   return 1;
+}
+
+void CFtpListzn::ShowMainMenuPopup(int index, const wxContextMenuEvent& event) {
+  std::unique_ptr<wxMenu> menu(ftpzn::res::LoadPopup(ftpzn::res::kMenuMain, index));
+  if (!menu) return;
+  wxPoint at = event.GetPosition();
+  at = at == wxDefaultPosition ? wxDefaultPosition : ScreenToClient(at);
+  PopupMenu(menu.get(), at);
 }

@@ -111,6 +111,9 @@ class CFtpListzn : public wxListCtrl {
   int OnGetItemImage(long item) const override;
   // Pushes the owner's fields to its controls so the path box follows.
   void RefreshOwnerFields();
+  // Pops up popup `index` of the main menu at the event's point; its
+  // commands come to this pane.
+  void ShowMainMenuPopup(int index, const wxContextMenuEvent& event);
 
   // While filling, the control learns the row count once at the end.
   class FillBatch {

@@ -1,11 +1,8 @@
 #include <wx/dnd.h>
-#include <wx/menu.h>
 #include <wx/utils.h>
 
-#include <memory>
 
 #include "panes/ftplistzn.h"
-#include "res/menus.h"
 #include "ui/dialogs.h"
 #include "ui/dlginputstring.h"
 
@@ -238,11 +235,7 @@ void CFtpListzn1Local::DropPaths(const wxArrayString& paths) {
 
 void CFtpListzn1Local::OnContextMenu(wxContextMenuEvent& event) {
   // The third popup of the main menu, "Local"; its commands come to this pane.
-  std::unique_ptr<wxMenu> menu(ftpzn::res::LoadPopup(ftpzn::res::kMenuMain, 2));
-  if (!menu) return;
-  wxPoint at = event.GetPosition();
-  at = at == wxDefaultPosition ? wxDefaultPosition : ScreenToClient(at);
-  PopupMenu(menu.get(), at);
+  ShowMainMenuPopup(2, event);
 }
 
 // clang-format off

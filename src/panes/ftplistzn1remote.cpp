@@ -2,10 +2,8 @@
 #include <wx/file.h>
 #include <wx/filedlg.h>
 #include <wx/log.h>
-#include <wx/menu.h>
 #include <wx/utils.h>
 
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -13,7 +11,6 @@
 #include "mainwnd/dlgftpmainwnd.h"
 #include "panes/ftplistzn.h"
 #include "panes/remotepaths.h"
-#include "res/menus.h"
 #include "ui/dialogs.h"
 #include "ui/dlginputstring.h"
 
@@ -320,11 +317,7 @@ void CFtpListzn1Remote::DropPaths(const wxArrayString& paths) {
 
 void CFtpListzn1Remote::OnContextMenu(wxContextMenuEvent& event) {
   // The fourth popup of the main menu, "Remote"; its commands come here.
-  std::unique_ptr<wxMenu> menu(ftpzn::res::LoadPopup(ftpzn::res::kMenuMain, 3));
-  if (!menu) return;
-  wxPoint at = event.GetPosition();
-  at = at == wxDefaultPosition ? wxDefaultPosition : ScreenToClient(at);
-  PopupMenu(menu.get(), at);
+  ShowMainMenuPopup(3, event);
 }
 
 // clang-format off

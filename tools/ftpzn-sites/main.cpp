@@ -21,6 +21,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/utf8.h"
 #include "sites/sitefile.h"
 
 namespace {
@@ -44,24 +45,6 @@ int Usage(const std::string& problem) {
   if (!problem.empty()) std::fprintf(stderr, "ftpzn-sites: %s\n", problem.c_str());
   std::fputs(kUsage, stderr);
   return kExitUsage;
-}
-
-void AppendUtf8(std::string& out, uint32_t cp) {
-  if (cp < 0x80) {
-    out += static_cast<char>(cp);
-  } else if (cp < 0x800) {
-    out += static_cast<char>(0xC0 | (cp >> 6));
-    out += static_cast<char>(0x80 | (cp & 0x3F));
-  } else if (cp < 0x10000) {
-    out += static_cast<char>(0xE0 | (cp >> 12));
-    out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
-    out += static_cast<char>(0x80 | (cp & 0x3F));
-  } else {
-    out += static_cast<char>(0xF0 | (cp >> 18));
-    out += static_cast<char>(0x80 | ((cp >> 12) & 0x3F));
-    out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
-    out += static_cast<char>(0x80 | (cp & 0x3F));
-  }
 }
 
 // A JSON string in UTF-8. A lone UTF-16 surrogate from the file has no
@@ -100,7 +83,7 @@ std::string JsonString(const wxString& text) {
       std::snprintf(escape, sizeof escape, "\\u%04x", cp & 0xFFFF);
       out += escape;
     } else {
-      AppendUtf8(out, cp);
+      ftpzn::AppendUtf8(out, cp);
     }
   }
   return out + "\"";
