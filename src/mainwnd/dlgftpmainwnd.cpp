@@ -6,6 +6,7 @@
 #include <wx/panel.h>
 #include <wx/textctrl.h>
 #include <wx/utils.h>
+#include <wx/weakref.h>
 
 #include <cstdlib>
 
@@ -107,8 +108,17 @@ wxEND_EVENT_TABLE()
 CDlgFTPMainWnd::CDlgFTPMainWnd() : m_strLocalDir(wxGetHomeDir()) {}
 
 CDlgFTPMainWnd::~CDlgFTPMainWnd() {
-  // The transfer manager outlives this window; it must not call back into it.
-  if (m_pTransferManager) m_pTransferManager->m_pFtpMainWnd = nullptr;
+  // A modal run still going (its entry object was destroyed from a handler
+  // the run dispatched) ends with Cancel; DoModal sees the window is gone.
+  if (m_modalLoop) m_modalLoop->Exit(ftpzn::kResultCancel);
+  if (m_pTransferManager) {
+    // The transfer manager lives as long as this window object: left
+    // behind, a hidden top-level window would keep the host from exiting.
+    // It deletes itself once its window is gone, and must not call back.
+    m_pTransferManager->m_pFtpMainWnd = nullptr;
+    m_pTransferManager->Destroy();
+    m_pTransferManager = nullptr;
+  }
 }
 
 bool CDlgFTPMainWnd::Create(int templateId, wxWindow* /*parent*/) {
@@ -202,6 +212,9 @@ void CDlgFTPMainWnd::OnInitDialog() {
 }
 
 int CDlgFTPMainWnd::DoModal() {
+  // One modal run at a time: a second one on the same window could never
+  // be ended, since Exit ends the innermost.
+  if (m_modalLoop) return -1;
   if (!GetHandle()) {
     if (!Create()) return -1;
   } else if (!m_strLocalDir.empty()) {
@@ -212,10 +225,14 @@ int CDlgFTPMainWnd::DoModal() {
   }
   Show();
   Raise();
-  wxWindowDisabler disabler(this);
+  wxWeakRef<CDlgFTPMainWnd> self(this);
+  // Modal for the host's windows, not for the transfer manager: the user
+  // follows, cancels and resubmits transfers while the run goes on.
+  wxWindowDisabler disabler(this, m_pTransferManager);
   wxGUIEventLoop loop;
   m_modalLoop = &loop;
   const int result = loop.Run();
+  if (!self) return ftpzn::kResultCancel;
   m_modalLoop = nullptr;
   Hide();
   return result;

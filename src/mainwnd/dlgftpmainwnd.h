@@ -61,7 +61,8 @@ class CDlgFTPMainWnd : public wxFrame {
 
   // Creates the window (hidden) and initialises it, once.
   bool Create(int templateId = IDD, wxWindow* parent = nullptr);
-  // Runs the window modally; 1 after Exit, 2 after the close box or Escape.
+  // Runs the window modally; 1 after Exit, 2 after the close box or Escape
+  // (or when the object is deleted during the run), -1 while a run is going.
   int DoModal();
   bool IsModalRun() const { return m_modalLoop != nullptr; }
   // Ends the modal run with `result`; a modeless window only hides.

@@ -3,10 +3,13 @@
 #include <gtest/gtest.h>
 #include <wx/app.h>
 #include <wx/button.h>
+#include <wx/evtloop.h>
 #include <wx/menu.h>
 #include <wx/panel.h>
 #include <wx/textctrl.h>
+#include <wx/timer.h>
 #include <wx/uiaction.h>
+#include <wx/weakref.h>
 
 #include <functional>
 #include <memory>
@@ -364,6 +367,55 @@ TEST(EntryTest, ShowFrameWndTwiceReusesOneWindowAndEmptyMeansHome) {
   }
   EXPECT_EQ(MainWindows().size(), before) << "destroying the entry object deletes its window";
   Cftpface never_shown;  // destroying one that never opened a window does nothing
+}
+
+TEST(EntryTest, TransferManagerStaysUsableDuringAModalRunAndGoesWithTheWindow) {
+  wxWeakRef<CDlgFtpTransferManager> manager;
+  {
+    Cftpfacezn face;
+    ASSERT_EQ(face.showFrameWnd("/tmp", nullptr), 1);
+    CDlgFTPMainWnd* window = MainWindows().back();
+    manager = window->m_pTransferManager;
+    SendCommand(window, 9099);
+    ASSERT_TRUE(manager->IsShown());
+    WhenModal([&](CDlgFTPMainWnd* running) {
+      EXPECT_TRUE(manager->IsEnabled()) << "the user can still cancel and resubmit transfers";
+      // A second run on the same window could never be ended; it is refused.
+      EXPECT_EQ(running->DoModal(), -1);
+      EXPECT_TRUE(running->IsModalRun());
+      SendCommand(running, 9095);
+    });
+    EXPECT_EQ(face.showFtpMainDoMo("/", nullptr, nullptr), 1);
+    EXPECT_TRUE(manager->IsEnabled());
+  }
+  // A hidden transfer manager left behind would keep the host running.
+  EXPECT_TRUE(PumpUntil([&] { return !manager; }));
+}
+
+TEST(EntryTest, AnEntryObjectDestroyedDuringItsModalRunEndsTheRunWithCancel) {
+  const size_t before = MainWindows().size();
+  auto* face = new Cftpfacezn;
+  ASSERT_EQ(face->showFrameWnd("/tmp", nullptr), 1);
+  wxArrayString results;
+  results.Add("keep");
+  // Bounds the run should the window fail to end it.
+  wxTimer watchdog;
+  bool fired = false;
+  watchdog.Bind(wxEVT_TIMER, [&](wxTimerEvent&) {
+    fired = true;
+    if (wxEventLoopBase::GetActive()) wxEventLoopBase::GetActive()->Exit(-99);
+  });
+  watchdog.StartOnce(10000);
+  WhenModal([&](CDlgFTPMainWnd* running) {
+    running->m_arrDownloadResults.Add("/tmp/never.txt");
+    delete face;  // as a host might from a timer of its own
+  });
+  EXPECT_EQ(face->showFtpMainDoMo("/", &results, nullptr), 0);
+  watchdog.Stop();
+  EXPECT_FALSE(fired);
+  ASSERT_EQ(results.size(), 1u);
+  EXPECT_EQ(results[0], "keep");
+  EXPECT_EQ(MainWindows().size(), before);
 }
 
 }  // namespace
