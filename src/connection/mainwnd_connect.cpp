@@ -3,6 +3,8 @@
 // login is tried a fixed number of times with a pause dialog between tries.
 #include <wx/utils.h>
 
+#include <new>
+
 #include "connection/myinternetsession.h"
 #include "inet/inet.h"
 #include "mainwnd/dlgftpmainwnd.h"
@@ -25,6 +27,8 @@ void CDlgFTPMainWnd::OnConnect(wxCommandEvent&) {
   CDlgConnect dialog(this);
   if (dialog.ShowModal() != ftpzn::kResultOk) return;
   dialog.CopyChosenSiteInto(m_site);
+  // The account is one of the site's text fields too; it is kept, not sent.
+  m_site.m_strAccount = dialog.m_strAccount;
   if (!m_site.m_strInitialPath.empty()) {
     m_site.m_strInitialPath.Replace("\\", "/");
     wxString relative = m_site.m_strInitialPath;
@@ -40,7 +44,11 @@ void CDlgFTPMainWnd::OnConnect(wxCommandEvent&) {
 
 void CDlgFTPMainWnd::ConnectRoutine() {
   wxBusyCursor wait;
-  m_pInetSession = std::make_unique<ftpzn::CMyInternetSession>(L"ftpzn", 1, 0, nullptr, nullptr, 0);
+  m_pInetSession.reset(new (std::nothrow) ftpzn::CMyInternetSession(L"ftpzn", 1, 0, nullptr, nullptr, 0));
+  if (!m_pInetSession) {
+    AddTrace(0, 0, "Open internet session failed");
+    return;
+  }
   m_pInetSession->m_pReportWnd = this;
   m_pInetSession->EnableStatusCallback(true);
 
@@ -57,13 +65,13 @@ void CDlgFTPMainWnd::ConnectRoutine() {
     }
   }
   if (!parsed) {
-    ftpzn::MessageBox("Please enter a valid FTP URL ...\n");
+    ftpzn::MessageBox("Please enter a valid FTP URL ...\n", 0, this);
     return;
   }
   m_strServerName = server;
   const unsigned long tid = ftpzn::CurrentThreadId();
   if (service != ftpzn::inet::AFX_INET_SERVICE_FTP || m_strServerName.empty()) {
-    ftpzn::MessageBox("Please enter a valid FTP URL");
+    ftpzn::MessageBox("Please enter a valid FTP URL", 0, this);
   } else {
     const int attempts = m_site.m_nRetries;
     int remaining = attempts;
@@ -88,7 +96,7 @@ void CDlgFTPMainWnd::ConnectRoutine() {
         if (!error.empty()) {
           AddTrace(0, 0, error);
           if (remaining == 0) {
-            ftpzn::MessageBox(response + "\r\n" + error);
+            ftpzn::MessageBox(response + "\r\n" + error, 0, this);
           } else {
             CDlgWaitMessage pause(this);
             pause.m_nSeconds = m_site.m_nRetryDelay;
@@ -97,7 +105,7 @@ void CDlgFTPMainWnd::ConnectRoutine() {
           }
         } else {
           remaining = 0;
-          ftpzn::MessageBox("An exception occurred when attempting to create an FTP connection");
+          ftpzn::MessageBox("An exception occurred when attempting to create an FTP connection", 0, this);
         }
         m_pFtpConnection.reset();
       }

@@ -58,6 +58,7 @@ struct SiteInput {
   wxString path = "/pub";
   int retries = 3;
   int delay = 7;
+  wxString account;
 };
 
 void ExpectSiteManager(const SiteInput& in) {
@@ -77,6 +78,7 @@ void ExpectSiteManager(const SiteInput& in) {
     set(CDlgConnect::IDC_INITIAL_PATH, in.path);
     set(CDlgConnect::IDC_RETRIES, wxString::Format("%d", in.retries));
     set(CDlgConnect::IDC_RETRY_DELAY, wxString::Format("%d", in.delay));
+    set(CDlgConnect::IDC_ACCOUNT, in.account);
     wxCommandEvent click(wxEVT_BUTTON, 1);
     click.SetEventObject(d->FindWindow(1));
     d->FindWindow(1)->GetEventHandler()->ProcessEvent(click);
@@ -153,7 +155,9 @@ class ConnectTest : public testing::TestWithParam<FtpServerKind> {
 };
 
 TEST_P(ConnectTest, GoodCredentialsConnectTraceAndListTheInitialPath) {
-  Connect(Site());
+  SiteInput first = Site();
+  first.account = "acct-7";
+  Connect(first);
   ASSERT_NE(m_window->m_pFtpConnection, nullptr);
   EXPECT_EQ(Trace(), m_tid + "Connecting to: 127.0.0.1 (Attempt 1 of 3) \n" + m_tid +
                          "Successfully connected to:127.0.0.1 \n");
@@ -161,6 +165,7 @@ TEST_P(ConnectTest, GoodCredentialsConnectTraceAndListTheInitialPath) {
   EXPECT_EQ(m_window->m_site.m_strHost, "ftp://127.0.0.1/pub") << "the scheme and the path were added";
   EXPECT_EQ(m_window->m_strRemoteDir, "/pub");
   EXPECT_EQ(m_window->m_editRemoteDir->GetValue(), "/pub");
+  EXPECT_EQ(m_window->m_site.m_strAccount, "acct-7") << "every text field of the chosen site is taken";
   const std::vector<wxString> names = RemoteNames();
   ASSERT_EQ(names.size(), 5u);
   EXPECT_EQ(names[0], "..Up");
