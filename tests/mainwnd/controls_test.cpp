@@ -7,6 +7,7 @@
 #include <wx/settings.h>
 #include <wx/stattext.h>
 #include <wx/textctrl.h>
+#include <wx/uiaction.h>
 
 #include <memory>
 
@@ -112,6 +113,21 @@ TEST(InputDialogTest, ConfirmedWithoutTypingReturnsTheDefaultText) {
   DialogScript::Expect(expected);
   EXPECT_EQ(dialog.ShowModal(), 2);
   EXPECT_EQ(dialog.m_strInput, "Please input here...") << "Cancel keeps the member";
+
+  // Enter in the field confirms the name as typed, without a line break.
+  expected.interact = [](wxDialog* d) {
+    wxTextCtrl* field = static_cast<CDlgInputString*>(d)->InputCtrl();
+    field->SetValue("reports");
+    field->SetFocus();
+    field->SetInsertionPointEnd();
+    PumpFor(50);
+    wxUIActionSimulator().Char(WXK_RETURN);
+    ftpzn::test::PumpUntil([d] { return !d->IsModal(); }, 2000);
+    if (d->IsModal()) d->EndModal(2);
+  };
+  DialogScript::Expect(expected);
+  EXPECT_EQ(dialog.ShowModal(), 1);
+  EXPECT_EQ(dialog.m_strInput, "reports");
   DialogScript::VerifyAndClear();
 }
 
