@@ -27,7 +27,10 @@ int Cftpface::showFrameWnd(wxString localDir, wxWindow* /*parent*/) {
     if (!window || !window->Create(CDlgFTPMainWnd::IDD, nullptr)) return 0;
     m_pMainWnd = window;
   }
+  // Shown "normal": a window the user minimised comes back, in front.
+  if (m_pMainWnd->IsIconized()) m_pMainWnd->Iconize(false);
   m_pMainWnd->Show();
+  m_pMainWnd->Raise();
   m_pMainWnd->SetLocalDirectory(localDir);
   m_pMainWnd->Update();
   return 1;
