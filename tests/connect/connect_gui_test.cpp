@@ -261,6 +261,21 @@ TEST_P(ConnectTest, NoAttemptsWithRetriesZeroAndAnHttpHostIsRefused) {
   EXPECT_EQ(DialogScript::MessageBoxTexts()[0], "Please enter a valid FTP URL");
   EXPECT_TRUE(Trace().EndsWith(m_tid + "Failed in connecting to: 127.0.0.1  \n")) << Trace();
   EXPECT_FALSE(Trace().Contains("Attempt"));
+
+  // Not a URL even with a scheme put in front: the other text, no trace
+  // line of the routine's own, the session left open.
+  SiteInput broken = Site();
+  broken.host = "[::1";
+  broken.path = "";
+  ExpectSiteManager(broken);
+  DialogScript::ExpectMessageBox();
+  m_window->ProcessWindowEvent(command);
+  ASSERT_EQ(DialogScript::MessageBoxTexts().size(), 2u);
+  EXPECT_EQ(DialogScript::MessageBoxTexts()[1], "Please enter a valid FTP URL ...\n");
+  EXPECT_TRUE(Trace().EndsWith("Failed in connecting to: 127.0.0.1  \n" + m_tid + "Close Ftp session \n"))
+      << Trace();
+  EXPECT_NE(m_window->m_pInetSession, nullptr);
+  EXPECT_EQ(m_window->m_pFtpConnection, nullptr);
 }
 
 TEST_P(ConnectTest, ExitDisconnectsLeavingNothingOnTheServer) {
