@@ -6,6 +6,10 @@
 #include <wx/button.h>
 #include <wx/textctrl.h>
 
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
@@ -276,6 +280,38 @@ TEST_P(ConnectTest, NoAttemptsWithRetriesZeroAndAnHttpHostIsRefused) {
       << Trace();
   EXPECT_NE(m_window->m_pInetSession, nullptr);
   EXPECT_EQ(m_window->m_pFtpConnection, nullptr);
+}
+
+// A loopback port nobody listens on: bound once to learn a free number,
+// then closed again.
+uint16_t ClosedPort() {
+  const int fd = socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in addr{};
+  addr.sin_family = AF_INET;
+  addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  socklen_t length = sizeof addr;
+  bind(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr);
+  getsockname(fd, reinterpret_cast<sockaddr*>(&addr), &length);
+  close(fd);
+  return ntohs(addr.sin_port);
+}
+
+TEST_P(ConnectTest, AnUnreachableServerTracesTheReasonThenPauses) {
+  SiteInput in = Site();
+  in.port = ClosedPort();
+  ExpectSiteManager(in);
+  DialogScript::ExpectModal<CDlgWaitMessage>(2, [](CDlgWaitMessage* pause) {
+    EXPECT_EQ(pause->m_strMessage, "The attempt to connect to the server failed.");
+  });
+  wxCommandEvent command(wxEVT_MENU, 9094);
+  m_window->ProcessWindowEvent(command);
+  EXPECT_EQ(m_window->m_pFtpConnection, nullptr);
+  EXPECT_EQ(Trace(), m_tid + "Connecting to: 127.0.0.1 (Attempt 1 of 3) \n" + m_tid +
+                         wxString::Format("connect to 127.0.0.1 port %d: Connection refused \n", in.port) +
+                         "The attempt to connect to the server failed. \n" + m_tid +
+                         "Failed in connecting to: 127.0.0.1  \n")
+      << Trace();
+  EXPECT_TRUE(DialogScript::MessageBoxTexts().empty());
 }
 
 TEST_P(ConnectTest, ExitDisconnectsLeavingNothingOnTheServer) {
