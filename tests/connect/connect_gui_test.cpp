@@ -2,13 +2,12 @@
 // manager filled in and confirmed, attempts traced, the pause dialog between
 // attempts, and no connection left open on the server afterwards.
 #include <gtest/gtest.h>
-#include <wx/app.h>
-#include <wx/button.h>
-#include <wx/textctrl.h>
-
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
+#include <wx/app.h>
+#include <wx/button.h>
+#include <wx/textctrl.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -43,7 +42,8 @@ Served& ServerFor(FtpServerKind kind) {
   static std::map<FtpServerKind, Served> servers;
   Served& s = servers[kind];
   if (s.server || !s.error.empty()) return s;
-  s.root = ftpzn::testing::MakeScratchDir(std::string("ftpzn-connect-") + ftpzn::testing::FtpServerName(kind));
+  s.root =
+      ftpzn::testing::MakeScratchDir(std::string("ftpzn-connect-") + ftpzn::testing::FtpServerName(kind));
   fs::create_directories(s.root + "/pub/data");
   fs::create_directories(s.root + "/pub/empty");
   for (const char* name : {"a.txt", "b.bin"}) std::ofstream(s.root + "/pub/" + name) << name;
@@ -224,7 +224,8 @@ TEST_P(ConnectTest, ABadPasswordPausesAndCancellingThePauseEndsTheAttempts) {
   m_window->ProcessWindowEvent(command);
   EXPECT_EQ(m_window->m_pFtpConnection, nullptr);
   const wxString trace = Trace();
-  EXPECT_TRUE(trace.StartsWith(m_tid + "Connecting to: 127.0.0.1 (Attempt 1 of 3) \n" + m_tid + "530")) << trace;
+  EXPECT_TRUE(trace.StartsWith(m_tid + "Connecting to: 127.0.0.1 (Attempt 1 of 3) \n" + m_tid + "530"))
+      << trace;
   EXPECT_FALSE(trace.Contains("Attempt 2")) << "Cancel in the pause ends the attempts";
   EXPECT_TRUE(trace.EndsWith(m_tid + "Failed in connecting to: 127.0.0.1  \n")) << trace;
   EXPECT_TRUE(DialogScript::MessageBoxTexts().empty()) << "no message box after a cancelled pause";
