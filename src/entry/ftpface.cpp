@@ -1,9 +1,23 @@
 #include "entry/ftpface.h"
 
+#include <wx/toplevel.h>
+
 #include <new>
 #include <stdexcept>
 
 #include "mainwnd/dlgftpmainwnd.h"
+
+namespace {
+
+// Compares addresses only: `window` may point at an object already gone.
+bool IsLiveWindow(const CDlgFTPMainWnd* window) {
+  const wxWindow* address = window;
+  for (const wxWindow* w : wxTopLevelWindows)
+    if (w == address) return !w->IsBeingDeleted();
+  return false;
+}
+
+}  // namespace
 
 Cftpface::Cftpface() : m_pMainWnd(nullptr) {}
 
@@ -16,7 +30,11 @@ Cftpface& Cftpface::operator=(const Cftpface& other) {
 
 Cftpface::~Cftpface() {
   if (m_pMainWnd) {
-    delete m_pMainWnd;
+    // Only a window that is still there is deleted: the framework deletes
+    // every open window when it shuts down (a host may keep this object in
+    // its application object, which goes after that), and a copy of this
+    // object may have deleted the shared window already.
+    if (IsLiveWindow(m_pMainWnd)) delete m_pMainWnd;
     m_pMainWnd = nullptr;
   }
 }

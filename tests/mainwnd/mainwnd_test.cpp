@@ -418,4 +418,25 @@ TEST(EntryTest, AnEntryObjectDestroyedDuringItsModalRunEndsTheRunWithCancel) {
   EXPECT_EQ(MainWindows().size(), before);
 }
 
+TEST(EntryTest, AWindowAlreadyGoneIsNotDeletedAgain) {
+  const size_t before = MainWindows().size();
+  // The framework's shut-down deletes every open window before a host's
+  // application object (and an entry object it holds) goes.
+  auto face = std::make_unique<Cftpfacezn>();
+  ASSERT_EQ(face->showFrameWnd("/tmp", nullptr), 1);
+  CDlgFTPMainWnd* window = MainWindows().back();
+  delete window;
+  ASSERT_EQ(MainWindows().size(), before);
+  face.reset();
+
+  // Two copies share one window: the second one to go finds it gone.
+  auto first = std::make_unique<Cftpfacezn>();
+  ASSERT_EQ(first->showFrameWnd("/tmp", nullptr), 1);
+  auto second = std::make_unique<Cftpfacezn>(*first);
+  first.reset();
+  EXPECT_EQ(MainWindows().size(), before);
+  second.reset();
+  EXPECT_EQ(MainWindows().size(), before);
+}
+
 }  // namespace
