@@ -20,7 +20,7 @@ class FTPZN_EXPORT Cftpface {
  public:
   Cftpface();
   // Copies share the window object as it stands: there is no reference
-  // count, so a host must not destroy two copies that share a window.
+  // count, so the first copy destroyed takes the shared window with it.
   Cftpface(const Cftpface& other);
   Cftpface& operator=(const Cftpface& other);
   virtual ~Cftpface();
