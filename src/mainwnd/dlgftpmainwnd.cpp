@@ -111,6 +111,7 @@ CDlgFTPMainWnd::~CDlgFTPMainWnd() {
   // A modal run still going (its entry object was destroyed from a handler
   // the run dispatched) ends with Cancel; DoModal sees the window is gone.
   if (m_modalLoop) m_modalLoop->Exit(ftpzn::kResultCancel);
+  if (!m_transferManagerWindow) m_pTransferManager = nullptr;  // gone before this window
   if (m_pTransferManager) {
     // The transfer manager lives as long as this window object: left
     // behind, a hidden top-level window would keep the host from exiting.
@@ -204,6 +205,7 @@ void CDlgFTPMainWnd::OnInitDialog() {
   m_pTransferManager->m_nConnectionTimeout = ftpzn::ReadConnectionTimeout();
   m_pTransferManager->m_bRemoveFailed = ftpzn::ReadRemoveFailed();
   m_pTransferManager->m_pFtpMainWnd = this;
+  m_transferManagerWindow = m_pTransferManager;
 
   SetIcon(LoadIcon(kIconMainWindow, 32));
   m_sizeMin = m_panel->GetClientSize();
@@ -228,7 +230,7 @@ int CDlgFTPMainWnd::DoModal() {
   wxWeakRef<CDlgFTPMainWnd> self(this);
   // Modal for the host's windows, not for the transfer manager: the user
   // follows, cancels and resubmits transfers while the run goes on.
-  wxWindowDisabler disabler(this, m_pTransferManager);
+  wxWindowDisabler disabler(this, m_transferManagerWindow.get());
   wxGUIEventLoop loop;
   m_modalLoop = &loop;
   const int result = loop.Run();
@@ -422,7 +424,7 @@ void CDlgFTPMainWnd::OnLocal(wxCommandEvent&) {
 }
 
 void CDlgFTPMainWnd::OnTransferManager(wxCommandEvent&) {
-  if (!m_pTransferManager) return;
+  if (!m_pTransferManager || !m_transferManagerWindow) return;
   if (!m_pTransferManager->IsShown()) {
     m_pTransferManager->Show();
     m_pTransferManager->m_bShow = 1;

@@ -6,6 +6,7 @@
 
 #include <wx/arrstr.h>
 #include <wx/frame.h>
+#include <wx/weakref.h>
 
 #include <cstdint>
 #include <memory>
@@ -161,6 +162,9 @@ class CDlgFTPMainWnd : public wxFrame {
 
   wxPanel* m_panel = nullptr;
   wxGUIEventLoop* m_modalLoop = nullptr;
+  // Clears itself should the framework delete the transfer manager first
+  // (its shut-down deletes every window left open).
+  wxWeakRef<wxWindow> m_transferManagerWindow;
   bool m_initialised = false;
 
   wxDECLARE_EVENT_TABLE();

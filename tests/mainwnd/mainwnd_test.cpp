@@ -283,6 +283,16 @@ TEST_F(MainWindowTest, TransferManagerToggleAndTheUnreachableBookmarkCommand) {
   EXPECT_EQ(m_window->GetMenuBar()->FindItem(100), nullptr);
 }
 
+TEST_F(MainWindowTest, ATransferManagerDeletedFirstIsLeftAlone) {
+  // As the framework's shut-down may do: every open window deleted in turn.
+  delete m_window->m_pTransferManager;
+  SendCommand(m_window.get(), 9099);  // nothing left to show
+  for (wxWindow* w : wxTopLevelWindows)
+    if (!w->IsBeingDeleted()) EXPECT_EQ(dynamic_cast<CDlgFtpTransferManager*>(w), nullptr);
+  m_window.reset();  // and nothing to destroy again
+  EXPECT_TRUE(MainWindows().empty());
+}
+
 TEST_F(MainWindowTest, TraceLinesWithAndWithoutThreadIdAndThePaneLimit) {
   m_window->AddTrace(0, 0, "Open internet session failed");
   m_window->AddTrace(0, 4242, "Closed Ftp connection");
