@@ -287,8 +287,9 @@ TEST_F(MainWindowTest, ATransferManagerDeletedFirstIsLeftAlone) {
   // As the framework's shut-down may do: every open window deleted in turn.
   delete m_window->m_pTransferManager;
   SendCommand(m_window.get(), 9099);  // nothing left to show
-  for (wxWindow* w : wxTopLevelWindows)
+  for (wxWindow* w : wxTopLevelWindows) {
     if (!w->IsBeingDeleted()) EXPECT_EQ(dynamic_cast<CDlgFtpTransferManager*>(w), nullptr);
+  }
   m_window.reset();  // and nothing to destroy again
   EXPECT_TRUE(MainWindows().empty());
 }
