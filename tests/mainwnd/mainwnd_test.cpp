@@ -288,7 +288,8 @@ TEST_F(MainWindowTest, ATransferManagerDeletedFirstIsLeftAlone) {
   delete m_window->m_pTransferManager;
   SendCommand(m_window.get(), 9099);  // nothing left to show
   for (wxWindow* w : wxTopLevelWindows) {
-    if (!w->IsBeingDeleted()) EXPECT_EQ(dynamic_cast<CDlgFtpTransferManager*>(w), nullptr);
+    if (w->IsBeingDeleted()) continue;
+    EXPECT_EQ(dynamic_cast<CDlgFtpTransferManager*>(w), nullptr);
   }
   m_window.reset();  // and nothing to destroy again
   EXPECT_TRUE(MainWindows().empty());
