@@ -41,6 +41,7 @@ void CTraceView::AddLineText(int type, const wxString& text) {
 
 void CTraceView::OnSize(wxSizeEvent& event) {
   event.Skip();
-  if (m_list.GetHandle()) m_list.SetSize(0, 0, GetClientSize().x, GetClientSize().y);
+  if (!m_list.GetHandle()) return;  // a size event may come before the list exists
+  m_list.SetSize(0, 0, GetClientSize().x, GetClientSize().y);
   m_list.Refresh();
 }
