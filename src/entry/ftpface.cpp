@@ -1,6 +1,7 @@
 #include "entry/ftpface.h"
 
 #include <wx/toplevel.h>
+#include <wx/weakref.h>
 
 #include <new>
 #include <stdexcept>
@@ -40,6 +41,7 @@ Cftpface::~Cftpface() {
 }
 
 int Cftpface::showFrameWnd(wxString localDir, wxWindow* /*parent*/) {
+  if (m_pMainWnd && !IsLiveWindow(m_pMainWnd)) m_pMainWnd = nullptr;  // deleted behind our back
   if (!m_pMainWnd) {
     auto* window = new (std::nothrow) CDlgFTPMainWnd;
     if (!window || !window->Create(CDlgFTPMainWnd::IDD, nullptr)) return 0;
@@ -55,12 +57,16 @@ int Cftpface::showFrameWnd(wxString localDir, wxWindow* /*parent*/) {
 }
 
 int Cftpface::showFtpMainDoMo(wxString localDir, wxArrayString* results, wxWindow* /*parent*/) {
+  if (m_pMainWnd && !IsLiveWindow(m_pMainWnd)) m_pMainWnd = nullptr;
   CDlgFTPMainWnd* window = m_pMainWnd;
   const bool ownWindow = window == nullptr;
   if (ownWindow) window = new CDlgFTPMainWnd;
   if (localDir.empty()) localDir = wxGetHomeDir();
   window->m_strLocalDir = localDir;
+  wxWeakRef<CDlgFTPMainWnd> alive(window);
   const int result = window->DoModal();
+  // Deleted during the run (with this entry object, perhaps): touch neither.
+  if (!alive) return 0;
   int ok = 0;
   if (result == 1) {
     if (results) {

@@ -439,6 +439,11 @@ TEST(EntryTest, AWindowAlreadyGoneIsNotDeletedAgain) {
   CDlgFTPMainWnd* window = MainWindows().back();
   delete window;
   ASSERT_EQ(MainWindows().size(), before);
+  // Should the host still call it, it gets a new window.
+  EXPECT_EQ(face->showFrameWnd("/tmp", nullptr), 1);
+  ASSERT_EQ(MainWindows().size(), before + 1);
+  EXPECT_TRUE(MainWindows().back()->IsShown());
+  delete MainWindows().back();
   face.reset();
 
   // Two copies share one window: the second one to go finds it gone.
