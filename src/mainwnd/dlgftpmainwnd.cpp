@@ -228,6 +228,11 @@ int CDlgFTPMainWnd::DoModal() {
   Show();
   Raise();
   wxWeakRef<CDlgFTPMainWnd> self(this);
+  // A window shown before (modeless) may have been disabled by a modal
+  // dialog the host runs now: the run takes input all the same, and the
+  // window goes back to that state afterwards.
+  const bool wasEnabled = IsEnabled();
+  Enable();
   // Modal for the host's windows, not for the transfer manager: the user
   // follows, cancels and resubmits transfers while the run goes on.
   wxWindowDisabler disabler(this, m_transferManagerWindow.get());
@@ -237,6 +242,7 @@ int CDlgFTPMainWnd::DoModal() {
   if (!self) return ftpzn::kResultCancel;
   m_modalLoop = nullptr;
   Hide();
+  if (!wasEnabled) Disable();
   return result;
 }
 

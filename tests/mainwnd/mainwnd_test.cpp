@@ -404,6 +404,20 @@ TEST(EntryTest, TransferManagerStaysUsableDuringAModalRunAndGoesWithTheWindow) {
   EXPECT_TRUE(PumpUntil([&] { return !manager; }));
 }
 
+TEST(EntryTest, AModalRunFromAHostModalDialogTakesInputOnTheModelessWindow) {
+  Cftpfacezn face;
+  ASSERT_EQ(face.showFrameWnd("/tmp", nullptr), 1);
+  CDlgFTPMainWnd* window = MainWindows().back();
+  // A modal dialog of the host disables every other top-level window.
+  window->Disable();
+  WhenModal([](CDlgFTPMainWnd* running) {
+    EXPECT_TRUE(running->IsEnabled()) << "a modal window the user cannot use";
+    SendCommand(running, 9095);
+  });
+  EXPECT_EQ(face.showFtpMainDoMo("/", nullptr, nullptr), 1);
+  EXPECT_FALSE(window->IsEnabled()) << "left as the host's dialog expects to find it";
+}
+
 TEST(EntryTest, AnEntryObjectDestroyedDuringItsModalRunEndsTheRunWithCancel) {
   const size_t before = MainWindows().size();
   auto* face = new Cftpfacezn;
