@@ -61,8 +61,12 @@ wxString LocalSearchPattern(const wxString& dir) {
 }
 
 wxString StripPatternTail(const wxString& path) {
+  // Trailing separators and the "*" of a "/*" pattern go; a '*' that ends a
+  // name stays, since here (unlike on the first platform) a name may end in
+  // one, and dropping it would make the current directory another folder.
   size_t end = path.length();
-  while (end > 0 && (path[end - 1] == '/' || path[end - 1] == '*')) --end;
+  while (end > 0 && (path[end - 1] == '/' || (path[end - 1] == '*' && end >= 2 && path[end - 2] == '/')))
+    --end;
   if (end == 0 && path.StartsWith("/")) return "/";
   return path.Left(end);
 }

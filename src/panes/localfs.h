@@ -32,8 +32,9 @@ wxString CollapseSeparators(wxString path);
 // The search pattern of a directory: dir followed by "/*", unless it already
 // ends in it ("/" gives "/*").
 wxString LocalSearchPattern(const wxString& dir);
-// A requested path without its trailing separators and '*' characters: the
-// form a current directory is kept in. The root stays "/".
+// A requested path without its trailing separators and "/*" patterns: the
+// form a current directory is kept in. The root stays "/"; a name ending in
+// '*' keeps it.
 wxString StripPatternTail(const wxString& path);
 // The parent of a current directory; false for the root and for a text with
 // no separator, which have none. The parent of "/a" is "/".

@@ -31,6 +31,11 @@ TEST(LocalPath, PatternAndStrippingAtTheRootAndBelow) {
   EXPECT_EQ(StripPatternTail("/data/in/*"), "/data/in");
   EXPECT_EQ(StripPatternTail("/data/in//"), "/data/in");
   EXPECT_EQ(StripPatternTail("/data/in"), "/data/in");
+  EXPECT_EQ(StripPatternTail("/data/in/*/*"), "/data/in");
+  // A folder whose name ends in '*' stays that folder.
+  EXPECT_EQ(StripPatternTail("/data/star*"), "/data/star*");
+  EXPECT_EQ(StripPatternTail("/data/star*/*"), "/data/star*");
+  EXPECT_EQ(StripPatternTail("/data/star**/"), "/data/star**");
   EXPECT_EQ(CollapseSeparators("/data///in//x/"), "/data/in/x/");
   // Change Directory's path: the typed text joined by one separator, the
   // pattern added, doubled separators collapsed.

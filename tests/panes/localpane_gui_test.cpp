@@ -319,6 +319,25 @@ TEST_F(LocalPane, NamesThatAreNotUtf8AreShownEnteredAndDeleted) {
   EXPECT_EQ(m_pane->GetRowName(1), "inner.txt");
 }
 
+TEST_F(LocalPane, FolderNamedWithATrailingStarStaysCurrentAfterARefresh) {
+  File("star*/victim");
+  File("star*/other");
+  File("star/victim");
+  ASSERT_EQ(m_pane->FillDirectory(Path()), 1);
+  m_pane->DoubleClickRow(Row("star*"));
+  ASSERT_EQ(m_directory, Path("star*"));
+  EXPECT_TRUE(Command(ID_LOCAL_REFRESH));
+  EXPECT_EQ(m_directory, Path("star*"));
+  // A delete acts on the folder the rows show, never on its namesake.
+  Select({"victim"});
+  EXPECT_TRUE(Command(ID_LOCAL_DELETE_FILE));
+  EXPECT_TRUE(Messages().empty());
+  EXPECT_FALSE(fs::exists(m_root / "star*/victim"));
+  EXPECT_TRUE(fs::exists(m_root / "star/victim"));
+  EXPECT_EQ(m_directory, Path("star*"));
+  EXPECT_EQ(Column(0), (std::vector<wxString>{"..Up", "other"}));
+}
+
 TEST_F(LocalPane, DropListsTheFolderButKeepsTheCurrentDirectory) {
   File("here/one.txt");
   File("there/two.txt");
