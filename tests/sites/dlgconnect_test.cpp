@@ -6,13 +6,18 @@
 #include <wx/checkbox.h>
 #include <wx/config.h>
 #include <wx/listbox.h>
+#include <wx/menu.h>
 #include <wx/textctrl.h>
 #include <wx/uiaction.h>
 
 #include <cstdint>
 #include <functional>
+#include <memory>
+#include <utility>
+#include <vector>
 
 #include "gui_harness.h"
+#include "res/menus.h"
 #include "sites/sitefile.h"
 
 namespace ftpzn::test {
@@ -328,6 +333,21 @@ TEST_F(DlgConnectTest, DoubleClickOnASiteConnects) {
   EXPECT_EQ(chosen.m_nPort, 2323);
   EXPECT_EQ(chosen.m_strHost, "only.example");
   EXPECT_TRUE(chosen.m_strAccount.empty()) << "the account is not taken over";
+}
+
+// The bookmark menu is a resource of its own that the main window does not
+// load; its popup still carries its items in their order.
+TEST(BookmarkMenu, AddBookmarkThenASeparatorThenMicrosoftAndFileExplore) {
+  std::unique_ptr<wxMenuBar> bar(res::LoadMenuBar(res::kMenuBookmarks));
+  ASSERT_TRUE(bar);
+  ASSERT_EQ(bar->GetMenuCount(), 1u);
+  EXPECT_EQ(bar->GetMenuLabelText(0), "Bookmark");
+  std::vector<std::pair<int, wxString>> items;
+  for (wxMenuItem* item : bar->GetMenu(0)->GetMenuItems())
+    items.emplace_back(item->IsSeparator() ? 0 : item->GetId(), item->GetItemLabelText());
+  const std::vector<std::pair<int, wxString>> expected = {
+      {9119, "Settings"}, {9129, "Add Bookmark"}, {0, ""}, {9130, "Microsoft"}, {9098, "File Explore"}};
+  EXPECT_EQ(items, expected);
 }
 
 }  // namespace
