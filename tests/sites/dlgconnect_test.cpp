@@ -335,6 +335,34 @@ TEST_F(DlgConnectTest, DoubleClickOnASiteConnects) {
   EXPECT_TRUE(chosen.m_strAccount.empty()) << "the account is not taken over";
 }
 
+TEST_F(DlgConnectTest, ManyProfilesListSortedAndPointingAtTheirRecords) {
+  // A large or damaged site file may hold many thousands of records.
+  constexpr int kCount = 20000;
+  std::vector<CFtpSite> sites;
+  sites.reserve(kCount);
+  for (int i = 0; i < kCount; ++i) {
+    // Names in a scrambled order, each twice in different cases.
+    const int n = (i * 7919) % (kCount / 2);
+    sites.push_back(Site(wxString::Format(i % 2 ? "Site%05d" : "site%05d", n), "h", "u", "p"));
+  }
+  WriteSites(sites);
+  CDlgConnect dialog(nullptr);
+  const int result = ShowAndDrive(dialog, [&](CDlgConnect* d) {
+    ASSERT_EQ(d->m_listSites->GetCount(), static_cast<unsigned>(kCount));
+    wxString previous;
+    for (unsigned i = 0; i < d->m_listSites->GetCount(); ++i) {
+      const wxString text = d->m_listSites->GetString(i);
+      const auto index = static_cast<size_t>(reinterpret_cast<intptr_t>(d->m_listSites->GetClientData(i)));
+      ASSERT_LT(index, d->m_arrSites.size());
+      ASSERT_EQ(d->m_arrSites[index].m_strProfileName, text) << i;
+      ASSERT_LE(previous.CmpNoCase(text), 0) << i;
+      previous = text;
+    }
+    Click(d, 2);
+  });
+  EXPECT_EQ(result, 2);
+}
+
 // The bookmark menu is a resource of its own that the main window does not
 // load; its popup still carries its items in their order.
 TEST(BookmarkMenu, AddBookmarkThenASeparatorThenMicrosoftAndFileExplore) {
