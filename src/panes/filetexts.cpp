@@ -2,6 +2,7 @@
 
 #include <gio/gio.h>
 
+#include <algorithm>
 #include <chrono>
 #include <ctime>
 
@@ -63,14 +64,37 @@ std::optional<wxString> FormatFileDate(uint64_t fileTime) {
                           local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec);
 }
 
+wxString DisplayText(const wxString& text) {
+  wxString shown;
+  for (wxString::const_iterator it = text.begin(); it != text.end(); ++it) {
+    const auto cp = static_cast<uint32_t>((*it).GetValue());
+    if (cp >= 0xD800 && cp <= 0xDFFF) {
+      // Copied only when there is something to replace.
+      if (shown.empty()) shown = text.substr(0, static_cast<size_t>(it - text.begin()));
+      shown += wxUniChar(0xFFFD);
+    } else if (!shown.empty()) {
+      shown += *it;
+    }
+  }
+  return shown.empty() ? text : shown;
+}
+
 wxString ExtensionTypeText(const wxString& name) {
-  const int slash = name.Find('/', true);
+  // The rule looks for the extension after the last '\\'; '/' counts too,
+  // being the separator of local paths here.
+  const int slash = std::max(name.Find('/', true), name.Find('\\', true));
   const int dot = name.Find('.', true);
   if (dot == wxNOT_FOUND || dot < slash) return "File";
   return name.Mid(dot + 1).Upper() + " File";
 }
 
 wxString ShellTypeText(const wxString& name) {
+  // A name holding bytes that are not UTF-8 (kept as U+DC80 plus the byte)
+  // has no text form the desktop's type guess could take.
+  for (wxString::const_iterator it = name.begin(); it != name.end(); ++it) {
+    const auto cp = static_cast<uint32_t>((*it).GetValue());
+    if (cp >= 0xD800 && cp <= 0xDFFF) return ExtensionTypeText(name);
+  }
   gboolean uncertain = FALSE;
   const wxScopedCharBuffer utf8 = name.utf8_str();
   gchar* type = g_content_type_guess(utf8.data(), nullptr, 0, &uncertain);

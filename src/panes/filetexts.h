@@ -37,6 +37,11 @@ wxString FormatSizeKb(uint32_t low, uint32_t high);
 // signed 64-bit range.
 std::optional<wxString> FormatFileDate(uint64_t fileTime);
 
+// A name as a cell shows it: a byte that is not UTF-8 (held as U+DC80 plus
+// the byte) has no text form and is drawn as U+FFFD. The row keeps the
+// name itself, so commands still reach the file.
+wxString DisplayText(const wxString& text);
+
 // "XYZ File" for a.xyz (the text after the last '.' of the last path
 // component, upper-cased), "File" without an extension.
 wxString ExtensionTypeText(const wxString& name);

@@ -157,11 +157,11 @@ wxString CFtpListzn::OnGetItemText(long item, long column) const {
   if (!record) return {};
   switch (column) {
     case 0:
-      return record->name;
+      return ftpzn::DisplayText(record->name);
     case 1:
       return record->folder ? wxString() : ftpzn::FormatSizeKb(record->size, 0);
     case 2:
-      return record->typeText;
+      return ftpzn::DisplayText(record->typeText);
     case 3:
       // A time that cannot be shown leaves the cell empty.
       return ftpzn::FormatFileDate(record->time).value_or(wxString());

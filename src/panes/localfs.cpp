@@ -10,22 +10,13 @@
 #include <algorithm>
 #include <memory>
 
+#include "inet/wirename.h"
 #include "panes/filetexts.h"
 
 namespace ftpzn {
 namespace {
 
-std::string Bytes(const wxString& path) {
-  const wxScopedCharBuffer utf8 = path.utf8_str();
-  return std::string(utf8.data(), utf8.length());
-}
-
-// Linux names are bytes; one that is not UTF-8 is still shown.
-wxString NameFromBytes(const char* name) {
-  wxString text = wxString::FromUTF8(name);
-  if (text.empty() && *name) text = wxString(name, wxConvISO8859_1);
-  return text;
-}
+std::string Bytes(const wxString& path) { return LocalPathToBytes(path); }
 
 bool MaskMatchesAll(const wxString& mask) { return mask == "*" || mask == "*.*"; }
 bool HasWildcard(const wxString& mask) { return mask.find_first_of("*?") != wxString::npos; }
@@ -49,6 +40,10 @@ bool StatEntry(int dirFd, const char* name, LocalFoundEntry& entry) {
 
 }  // namespace
 
+std::string LocalPathToBytes(const wxString& path) { return inet::WideToWire(path.ToStdWstring()); }
+
+wxString LocalNameFromBytes(std::string_view bytes) { return wxString(inet::WireToWide(bytes)); }
+
 wxString JoinLocalPath(const wxString& dir, const wxString& name) {
   if (dir.EndsWith("/")) return dir + name;
   return dir + "/" + name;
@@ -66,8 +61,12 @@ wxString LocalSearchPattern(const wxString& dir) {
 }
 
 wxString StripPatternTail(const wxString& path) {
+  // Trailing separators and the "*" of a "/*" pattern go; a '*' that ends a
+  // name stays, since here (unlike on the first platform) a name may end in
+  // one, and dropping it would make the current directory another folder.
   size_t end = path.length();
-  while (end > 0 && (path[end - 1] == '/' || path[end - 1] == '*')) --end;
+  while (end > 0 && (path[end - 1] == '/' || (path[end - 1] == '*' && end >= 2 && path[end - 2] == '/')))
+    --end;
   if (end == 0 && path.StartsWith("/")) return "/";
   return path.Left(end);
 }
@@ -127,7 +126,7 @@ bool LocalFileFind::FindFile(const wxString& pattern) {
     LocalFoundEntry entry;
     // An entry that vanished between readdir and stat is skipped.
     if (!StatEntry(dirFd, d->d_name, entry)) continue;
-    entry.name = NameFromBytes(d->d_name);
+    entry.name = LocalNameFromBytes(d->d_name);
     wxString key = entry.name.Upper();
     keyed.emplace_back(std::move(key), std::move(entry));
     errno = 0;

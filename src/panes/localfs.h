@@ -8,12 +8,22 @@
 #include <cerrno>
 #include <cstdint>
 #include <functional>
+#include <string>
+#include <string_view>
 #include <vector>
 
 namespace ftpzn {
 
 // "Directory not empty" as rmdir reports it (POSIX allows either).
 inline bool IsDirNotEmpty(int error) { return error == ENOTEMPTY || error == EEXIST; }
+
+// Local names are bytes. They are held as the names on the wire are: UTF-8
+// decoded, a byte that is not part of valid UTF-8 kept as U+DC80 plus the
+// byte, so that every name found can be opened, entered and removed again
+// by the exact bytes it has on disk, and a remote name keeps its bytes when
+// it becomes a local one.
+std::string LocalPathToBytes(const wxString& path);
+wxString LocalNameFromBytes(std::string_view bytes);
 
 // dir and name joined by one separator; "/" and "etc" give "/etc".
 wxString JoinLocalPath(const wxString& dir, const wxString& name);
@@ -22,8 +32,9 @@ wxString CollapseSeparators(wxString path);
 // The search pattern of a directory: dir followed by "/*", unless it already
 // ends in it ("/" gives "/*").
 wxString LocalSearchPattern(const wxString& dir);
-// A requested path without its trailing separators and '*' characters: the
-// form a current directory is kept in. The root stays "/".
+// A requested path without its trailing separators and "/*" patterns: the
+// form a current directory is kept in. The root stays "/"; a name ending in
+// '*' keeps it.
 wxString StripPatternTail(const wxString& path);
 // The parent of a current directory; false for the root and for a text with
 // no separator, which have none. The parent of "/a" is "/".

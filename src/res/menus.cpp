@@ -66,7 +66,8 @@ const char* const kMainTitles[] = {"File", "Edit", "Local", "Remote", "Transfer"
 
 wxMenu* BookmarkPopup(int index) {
   if (index != 0) return nullptr;
-  return MakeMenu({{9119, "Settings"}, {9129, "Add Bookmark"}, {9130, "Microsoft"}, {9098, "File Explore"}});
+  return MakeMenu(
+      {{9119, "Settings"}, {9129, "Add Bookmark"}, {0, ""}, {9130, "Microsoft"}, {9098, "File Explore"}});
 }
 
 wxMenu* TransferPopup(int index) {
@@ -104,7 +105,7 @@ wxMenuBar* LoadMenuBar(int id) {
       for (int i = 0; i < 5; ++i) bar->Append(MainPopup(i), kMainTitles[i]);
       return bar;
     case kMenuBookmarks:
-      bar->Append(BookmarkPopup(0), "Bookmarks");
+      bar->Append(BookmarkPopup(0), "Bookmark");
       return bar;
     case kMenuTransfer:
       bar->Append(TransferPopup(0), "&Transfer");

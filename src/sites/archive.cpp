@@ -1,6 +1,7 @@
 #include "sites/archive.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -36,13 +37,39 @@ PosixFile::~PosixFile() {
 }
 
 bool PosixFile::OpenForReading(const wxString& path) {
-  m_fd = ::open(path.fn_str(), O_RDONLY | O_CLOEXEC);
-  return m_fd >= 0;
+  // Without O_NONBLOCK a FIFO put in the file's place would block the open
+  // until some writer came; only a regular file counts as openable, so a
+  // directory or a device is "cannot be opened" like a missing file.
+  m_fd = ::open(path.fn_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+  return m_fd >= 0 && KeepRegularFile();
 }
 
 bool PosixFile::OpenForWriting(const wxString& path) {
-  m_fd = ::open(path.fn_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-  return m_fd >= 0;
+  // O_NONBLOCK: a FIFO without a reader fails at once (ENXIO) instead of
+  // blocking the user-interface thread.
+  m_fd = ::open(path.fn_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NONBLOCK, 0600);
+  return m_fd >= 0 && KeepRegularFile();
+}
+
+bool PosixFile::KeepRegularFile() {
+  struct stat info {};
+  int error = 0;
+  if (::fstat(m_fd, &info) != 0)
+    error = errno;
+  else if (S_ISDIR(info.st_mode))
+    error = EISDIR;
+  else if (!S_ISREG(info.st_mode))
+    error = EINVAL;
+  if (error == 0) {
+    // Regular files ignore O_NONBLOCK; cleared all the same so reads and
+    // writes keep their plain blocking meaning.
+    ::fcntl(m_fd, F_SETFL, ::fcntl(m_fd, F_GETFL) & ~O_NONBLOCK);
+    return true;
+  }
+  ::close(m_fd);
+  m_fd = -1;
+  errno = error;
+  return false;
 }
 
 void PosixFile::Close() {
@@ -165,7 +192,9 @@ uint64_t Archive::ReadStringLength(bool& wide) {
     if (byteLength < 0xFF) return byteLength;
     wordLength = ReadWord();
   }
-  if (wordLength < 0xFFFF) return wordLength;
+  // 0xFFFE is the wide marker in the first word; after the marker it is no
+  // length either, and a 32-bit length follows as it does after 0xFFFF.
+  if (wordLength < 0xFFFE) return wordLength;
   const uint32_t dwordLength = ReadDword();
   if (dwordLength < 0xFFFFFFFF) return dwordLength;
   return ReadQword();

@@ -72,7 +72,8 @@ class PosixFile : public ByteSource, public ByteSink {
   PosixFile(const PosixFile&) = delete;
   PosixFile& operator=(const PosixFile&) = delete;
 
-  // False with errno set when the file cannot be opened.
+  // False with errno set when the file cannot be opened or is not a
+  // regular file; never blocks.
   bool OpenForReading(const wxString& path);
   // Creates (mode 0600: the file holds passwords) or truncates.
   bool OpenForWriting(const wxString& path);
@@ -83,6 +84,9 @@ class PosixFile : public ByteSource, public ByteSink {
   void Write(const void* data, size_t count) override;
 
  private:
+  // Closes the descriptor and fails (errno set) unless it is a regular file.
+  bool KeepRegularFile();
+
   int m_fd = -1;
 };
 

@@ -7,7 +7,10 @@
 #include <wx/textctrl.h>
 #include <wx/valtext.h>
 
+#include <algorithm>
 #include <cstdint>
+#include <numeric>
+#include <vector>
 
 #include "sites/preferences.h"
 #include "sites/sitefile.h"
@@ -177,10 +180,18 @@ void CDlgConnect::SetItemIndex(int listPosition, size_t index) {
 }
 
 int CDlgConnect::InsertSorted(const wxString& text) {
-  unsigned int position = 0;
-  const unsigned int count = m_listSites->GetCount();
-  while (position < count && m_listSites->GetString(position).CmpNoCase(text) <= 0) ++position;
-  return m_listSites->Insert(text, position);
+  // After every item that does not sort behind it; a binary search, since a
+  // site file may hold many thousands of profiles.
+  unsigned int low = 0;
+  unsigned int high = m_listSites->GetCount();
+  while (low < high) {
+    const unsigned int middle = low + (high - low) / 2;
+    if (m_listSites->GetString(middle).CmpNoCase(text) <= 0)
+      low = middle + 1;
+    else
+      high = middle;
+  }
+  return m_listSites->Insert(text, low);
 }
 
 void CDlgConnect::FillFromMembers(CFtpSite& site) const {
@@ -243,8 +254,22 @@ void CDlgConnect::OnInitDialog(wxInitDialogEvent&) {
   UpdateData(false);
   CentreOnParent();
   SerializeSites(false);
-  for (size_t i = 0; i < m_arrSites.size(); ++i)
-    SetItemIndex(InsertSorted(m_arrSites[i].m_strProfileName), i);
+  // The order that inserting each profile in turn at its sorted place gives,
+  // built in one pass: a stable sort by name without regard to case.
+  std::vector<size_t> order(m_arrSites.size());
+  std::iota(order.begin(), order.end(), size_t{0});
+  std::stable_sort(order.begin(), order.end(), [this](size_t a, size_t b) {
+    return m_arrSites[a].m_strProfileName.CmpNoCase(m_arrSites[b].m_strProfileName) < 0;
+  });
+  wxArrayString names;
+  names.reserve(order.size());
+  std::vector<void*> indexes;
+  indexes.reserve(order.size());
+  for (size_t index : order) {
+    names.push_back(m_arrSites[index].m_strProfileName);
+    indexes.push_back(reinterpret_cast<void*>(static_cast<intptr_t>(index)));
+  }
+  if (!names.empty()) m_listSites->Append(names, indexes.data());
   // Read and deliberately not applied: the dialog opens with nothing
   // selected and the built-in profile in the fields.
   (void)ftpzn::ReadLastSelectedSite();

@@ -101,6 +101,18 @@ TEST(TypeText, ExtensionRule) {
   EXPECT_EQ(ExtensionTypeText("v1.2/readme"), "File");
   EXPECT_EQ(ExtensionTypeText(".bashrc"), "BASHRC File");
   EXPECT_EQ(ExtensionTypeText("name."), " File");
+  // A backslash is an ordinary character in a Linux or remote name, but the
+  // rule still only looks behind the last one.
+  EXPECT_EQ(ExtensionTypeText("v1.2\\readme"), "File");
+  EXPECT_EQ(ExtensionTypeText("a\\b.c"), "C File");
+}
+
+TEST(TypeText, BytesThatAreNotUtf8ShowAsReplacementCharacters) {
+  const wxString name(std::wstring{L'c', static_cast<wchar_t>(0xDCE9), L'.', L't', L'x', L't'});
+  EXPECT_EQ(DisplayText(name), wxString(L"c\uFFFD.txt"));
+  EXPECT_EQ(DisplayText(wxString(std::wstring(1, static_cast<wchar_t>(0xDCFF)))), wxString(L"\uFFFD"));
+  EXPECT_EQ(DisplayText("plain"), "plain");
+  EXPECT_EQ(ShellTypeText(name), "TXT File");
 }
 
 TEST(TypeText, DesktopDescriptionElseExtensionRule) {

@@ -31,6 +31,11 @@ TEST(LocalPath, PatternAndStrippingAtTheRootAndBelow) {
   EXPECT_EQ(StripPatternTail("/data/in/*"), "/data/in");
   EXPECT_EQ(StripPatternTail("/data/in//"), "/data/in");
   EXPECT_EQ(StripPatternTail("/data/in"), "/data/in");
+  EXPECT_EQ(StripPatternTail("/data/in/*/*"), "/data/in");
+  // A folder whose name ends in '*' stays that folder.
+  EXPECT_EQ(StripPatternTail("/data/star*"), "/data/star*");
+  EXPECT_EQ(StripPatternTail("/data/star*/*"), "/data/star*");
+  EXPECT_EQ(StripPatternTail("/data/star**/"), "/data/star**");
   EXPECT_EQ(CollapseSeparators("/data///in//x/"), "/data/in/x/");
   // Change Directory's path: the typed text joined by one separator, the
   // pattern added, doubled separators collapsed.
@@ -172,6 +177,34 @@ TEST_F(LocalTree, DeleteTreeRemovesADeepTreeSilently) {
   // Nothing to enumerate: nothing done, nothing said.
   EXPECT_EQ(DeleteLocalTree(Path("victim"), [&](const wxString& m) { messages.push_back(m); }), 1);
   EXPECT_TRUE(messages.empty());
+}
+
+TEST_F(LocalTree, NamesThatAreNotUtf8KeepTheirBytes) {
+  // Latin-1 bytes as an old system wrote them, and a byte that starts no
+  // UTF-8 sequence at all.
+  const std::string file = "caf\xE9.txt";
+  const std::string dir = "d\xFF|\\";
+  File(file, 3);
+  File(fs::path(dir) / "inner", 1);
+  LocalFileFind find;
+  ASSERT_TRUE(find.FindFile(Path() + "/*"));
+  std::vector<wxString> names = Names(find);
+  ASSERT_EQ(names.size(), 4u);
+  const wxString fileName = LocalNameFromBytes(file);
+  const wxString dirName = LocalNameFromBytes(dir);
+  EXPECT_EQ(names[2], fileName);
+  EXPECT_EQ(names[3], dirName);
+  EXPECT_EQ(LocalPathToBytes(JoinLocalPath(Path(), fileName)), (m_root / file).string());
+  EXPECT_EQ(ShellTypeText(fileName), "TXT File");
+  // Entered, removed and emptied by the names the enumeration gave.
+  ASSERT_TRUE(find.FindFile(LocalSearchPattern(JoinLocalPath(Path(), dirName))));
+  EXPECT_EQ(Names(find).back(), "inner");
+  EXPECT_EQ(DeleteLocalFile(JoinLocalPath(Path(), fileName)), 0);
+  std::vector<wxString> messages;
+  EXPECT_EQ(
+      DeleteLocalTree(JoinLocalPath(Path(), dirName), [&](const wxString& m) { messages.push_back(m); }), 1);
+  EXPECT_TRUE(messages.empty());
+  EXPECT_TRUE(fs::is_empty(m_root));
 }
 
 }  // namespace

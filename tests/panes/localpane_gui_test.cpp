@@ -301,6 +301,43 @@ TEST_F(LocalPane, DeleteRecursiveRemovesADeepTreeWithoutAQuestion) {
   EXPECT_EQ(m_pane->GetItemCount(), 1);
 }
 
+TEST_F(LocalPane, NamesThatAreNotUtf8AreShownEnteredAndDeleted) {
+  File("old\xE9/inner.txt");
+  File("latin\xE9.txt", 5);
+  ASSERT_EQ(m_pane->FillDirectory(Path()), 1);
+  ftpzn::test::PumpFor(30);  // drawn without complaint
+  const wxString dir = ftpzn::LocalNameFromBytes("old\xE9");
+  const wxString file = ftpzn::LocalNameFromBytes("latin\xE9.txt");
+  EXPECT_EQ(m_pane->GetItemText(Row(file), 0), wxString(L"latin\uFFFD.txt"));
+  Select({});
+  m_pane->SetItemState(Row(file), wxLIST_STATE_SELECTED, wxLIST_STATE_SELECTED);
+  EXPECT_TRUE(Command(ID_LOCAL_DELETE));
+  EXPECT_TRUE(Messages().empty());
+  EXPECT_FALSE(fs::exists(m_root / "latin\xE9.txt"));
+  m_pane->DoubleClickRow(Row(dir));
+  EXPECT_EQ(m_directory, Path() + "/" + dir);
+  EXPECT_EQ(m_pane->GetRowName(1), "inner.txt");
+}
+
+TEST_F(LocalPane, FolderNamedWithATrailingStarStaysCurrentAfterARefresh) {
+  File("star*/victim");
+  File("star*/other");
+  File("star/victim");
+  ASSERT_EQ(m_pane->FillDirectory(Path()), 1);
+  m_pane->DoubleClickRow(Row("star*"));
+  ASSERT_EQ(m_directory, Path("star*"));
+  EXPECT_TRUE(Command(ID_LOCAL_REFRESH));
+  EXPECT_EQ(m_directory, Path("star*"));
+  // A delete acts on the folder the rows show, never on its namesake.
+  Select({"victim"});
+  EXPECT_TRUE(Command(ID_LOCAL_DELETE_FILE));
+  EXPECT_TRUE(Messages().empty());
+  EXPECT_FALSE(fs::exists(m_root / "star*/victim"));
+  EXPECT_TRUE(fs::exists(m_root / "star/victim"));
+  EXPECT_EQ(m_directory, Path("star*"));
+  EXPECT_EQ(Column(0), (std::vector<wxString>{"..Up", "other"}));
+}
+
 TEST_F(LocalPane, DropListsTheFolderButKeepsTheCurrentDirectory) {
   File("here/one.txt");
   File("there/two.txt");

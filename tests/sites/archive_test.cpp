@@ -82,6 +82,8 @@ TEST(ArchiveString, ReadsEveryLengthEscape) {
        "abc"},
       {"wide, 32-bit length for a short text",
        Raw({0xFF, 0xFE, 0xFF, 0xFF, 0xFF, 0xFF, 2, 0, 0, 0, 'h', 0, 'i', 0}), "hi"},
+      {"wide, 0xFFFE after the marker also escapes to a dword",
+       Raw({0xFF, 0xFE, 0xFF, 0xFF, 0xFE, 0xFF, 2, 0, 0, 0, 'o', 0, 'k', 0}), "ok"},
       {"narrow, one length byte", Raw({3, 'a', 'b', 'c'}), "abc"},
       {"narrow, empty", Raw({0}), ""},
       {"narrow, 0xFF and a word", Raw({0xFF, 2, 0, 'o', 'k'}), "ok"},

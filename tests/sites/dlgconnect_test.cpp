@@ -6,13 +6,18 @@
 #include <wx/checkbox.h>
 #include <wx/config.h>
 #include <wx/listbox.h>
+#include <wx/menu.h>
 #include <wx/textctrl.h>
 #include <wx/uiaction.h>
 
 #include <cstdint>
 #include <functional>
+#include <memory>
+#include <utility>
+#include <vector>
 
 #include "gui_harness.h"
+#include "res/menus.h"
 #include "sites/sitefile.h"
 
 namespace ftpzn::test {
@@ -328,6 +333,49 @@ TEST_F(DlgConnectTest, DoubleClickOnASiteConnects) {
   EXPECT_EQ(chosen.m_nPort, 2323);
   EXPECT_EQ(chosen.m_strHost, "only.example");
   EXPECT_TRUE(chosen.m_strAccount.empty()) << "the account is not taken over";
+}
+
+TEST_F(DlgConnectTest, ManyProfilesListSortedAndPointingAtTheirRecords) {
+  // A large or damaged site file may hold many thousands of records.
+  constexpr int kCount = 20000;
+  std::vector<CFtpSite> sites;
+  sites.reserve(kCount);
+  for (int i = 0; i < kCount; ++i) {
+    // Names in a scrambled order, each twice in different cases.
+    const int n = (i * 7919) % (kCount / 2);
+    sites.push_back(Site(wxString::Format(i % 2 ? "Site%05d" : "site%05d", n), "h", "u", "p"));
+  }
+  WriteSites(sites);
+  CDlgConnect dialog(nullptr);
+  const int result = ShowAndDrive(dialog, [&](CDlgConnect* d) {
+    ASSERT_EQ(d->m_listSites->GetCount(), static_cast<unsigned>(kCount));
+    wxString previous;
+    for (unsigned i = 0; i < d->m_listSites->GetCount(); ++i) {
+      const wxString text = d->m_listSites->GetString(i);
+      const auto index = static_cast<size_t>(reinterpret_cast<intptr_t>(d->m_listSites->GetClientData(i)));
+      ASSERT_LT(index, d->m_arrSites.size());
+      ASSERT_EQ(d->m_arrSites[index].m_strProfileName, text) << i;
+      ASSERT_LE(previous.CmpNoCase(text), 0) << i;
+      previous = text;
+    }
+    Click(d, 2);
+  });
+  EXPECT_EQ(result, 2);
+}
+
+// The bookmark menu is a resource of its own that the main window does not
+// load; its popup still carries its items in their order.
+TEST(BookmarkMenu, AddBookmarkThenASeparatorThenMicrosoftAndFileExplore) {
+  std::unique_ptr<wxMenuBar> bar(res::LoadMenuBar(res::kMenuBookmarks));
+  ASSERT_TRUE(bar);
+  ASSERT_EQ(bar->GetMenuCount(), 1u);
+  EXPECT_EQ(bar->GetMenuLabelText(0), "Bookmark");
+  std::vector<std::pair<int, wxString>> items;
+  for (wxMenuItem* item : bar->GetMenu(0)->GetMenuItems())
+    items.emplace_back(item->IsSeparator() ? 0 : item->GetId(), item->GetItemLabelText());
+  const std::vector<std::pair<int, wxString>> expected = {
+      {9119, "Settings"}, {9129, "Add Bookmark"}, {0, ""}, {9130, "Microsoft"}, {9098, "File Explore"}};
+  EXPECT_EQ(items, expected);
 }
 
 }  // namespace

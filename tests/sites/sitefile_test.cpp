@@ -2,13 +2,16 @@
 // at the read buffer's edge, damaged and truncated files, and real files.
 #include "sites/sitefile.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <filesystem>
 #include <fstream>
+#include <future>
 #include <random>
 
 #include "site_bytes.h"
@@ -223,6 +226,32 @@ TEST_F(SiteFileOnDisk, UnwritablePlaceIsSilentAndUnflushed) {
   EXPECT_TRUE(SerializeSites(PathOf("no-such-dir/sites.dat"), sites, true, &report));
   EXPECT_EQ(report.outcome, SiteFileReport::notOpened);
   EXPECT_FALSE(report.flushed);
+}
+
+TEST_F(SiteFileOnDisk, FifoOrDirectoryInItsPlaceCannotBeOpenedAndNeverBlocks) {
+  const wxString fifo = PathOf("fifo.dat");
+  ASSERT_EQ(::mkfifo(fifo.fn_str(), 0600), 0);
+  for (const bool save : {false, true}) {
+    SCOPED_TRACE(save ? "save" : "load");
+    std::vector<CFtpSite> sites = {BuiltInSite()};
+    SiteFileReport report;
+    auto done = std::async(std::launch::async, [&] { return SerializeSites(fifo, sites, save, &report); });
+    if (done.wait_for(std::chrono::seconds(5)) != std::future_status::ready) {
+      ADD_FAILURE() << "the open blocked on the FIFO";
+      // Release the blocked open so the test can end.
+      const int other = ::open(fifo.fn_str(), O_RDWR);
+      ::close(other);
+    }
+    EXPECT_TRUE(done.get());
+    EXPECT_EQ(report.outcome, SiteFileReport::notOpened);
+    EXPECT_EQ(sites.size(), 1u);
+  }
+  std::filesystem::create_directory(m_dir / "dir.dat");
+  std::vector<CFtpSite> sites;
+  SiteFileReport report;
+  EXPECT_TRUE(SerializeSites(PathOf("dir.dat"), sites, false, &report));
+  EXPECT_EQ(report.outcome, SiteFileReport::notOpened);
+  EXPECT_EQ(report.error, EISDIR);
 }
 
 TEST(ModuleDirectory, BesideTheExecutableUnlessOverridden) {
