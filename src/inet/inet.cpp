@@ -632,7 +632,9 @@ bool CFtpFileFind::FindFile(const wchar_t* pattern, uint32_t) {
     return false;
   }
   if (m_entries.empty()) {
-    Record(NetError(kErrNoMoreFiles, "no files found"));
+    // Not a failure without a reply: the server's end reply stays the
+    // last response.
+    t_lastError = kErrNoMoreFiles;
     return false;
   }
   m_open = true;

@@ -254,6 +254,7 @@ TEST_F(FakeServerTest, ActiveFallsBackFromEprtToPort) {
     CFtpFileFind find(c.get());
     EXPECT_FALSE(find.FindFile());
     EXPECT_EQ(GetLastError(), 18u);
+    EXPECT_EQ(InternetGetLastResponseInfo(), L"226 nothing to list");
   }
   auto file = c->OpenFile(L"f");
   char buf[64];
