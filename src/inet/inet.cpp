@@ -605,19 +605,30 @@ bool CFtpFileFind::FindFile(const wchar_t* pattern, uint32_t) {
     try {
       // Lines are parsed as they arrive, while the server is still busy
       // producing the rest of a long listing.
-      std::string pending;
-      std::vector<char> chunk(64 * 1024);
+      // Whole lines are parsed where they were received; only a line cut
+      // by the end of a read is copied, to the front of the buffer.
+      std::vector<char> buffer(128 * 1024);
+      size_t held = 0;  // bytes of an unfinished line at the front
       for (;;) {
-        size_t n = data->ReadSome(chunk.data(), chunk.size(), Deadline::After(control->Timeouts().receiveMs));
+        if (held == buffer.size()) buffer.resize(buffer.size() * 2);  // a very long line
+        size_t n = data->ReadSome(buffer.data() + held, buffer.size() - held,
+                                  Deadline::After(control->Timeouts().receiveMs));
         if (n == 0) break;
-        pending.append(chunk.data(), n);
-        size_t start = 0;
-        for (size_t lf; (lf = pending.find('\n', start)) != std::string::npos; start = lf + 1) {
-          parseLine(std::string_view(pending).substr(start, lf - start));
+        const char* begin = buffer.data();
+        const char* end = begin + held + n;
+        const char* line = begin;
+        // Only the new bytes can hold the next line feed.
+        for (const char* from = begin + held;;) {
+          const void* lf = std::memchr(from, '\n', static_cast<size_t>(end - from));
+          if (!lf) break;
+          const char* at = static_cast<const char*>(lf);
+          parseLine(std::string_view(line, static_cast<size_t>(at - line)));
+          line = from = at + 1;
         }
-        pending.erase(0, start);
+        held = static_cast<size_t>(end - line);
+        if (line != begin) std::memmove(buffer.data(), line, held);
       }
-      parseLine(pending);  // a last line without its line end
+      parseLine(std::string_view(buffer.data(), held));  // a last line without its line end
     } catch (const NetError& e) {
       data.reset();
       if (e.code != kErrExtended) control->AbandonTransfer();

@@ -327,6 +327,44 @@ TEST_F(FakeServerTest, RefusedConnectionAndUnknownHost) {
   }
 }
 
+// A long listing arrives in many reads: lines cut between two reads, a name
+// longer than any read, and a last line without its line end all come
+// through whole.
+TEST_F(FakeServerTest, LongListingAcrossReads) {
+  const std::string longName(300000, 'n');
+  std::string listing;
+  for (int i = 0; i < 3000; ++i) {
+    listing += "-rw-r--r-- 1 a a " + std::to_string(i) + " Jan 10  2020 file " + std::to_string(i) + "\r\n";
+    if (i == 1500) listing += "-rw-r--r-- 1 a a 7 Jan 10  2020 " + longName + "\r\n";
+  }
+  listing += "drwxr-xr-x 2 a a 4096 Jan 10  2020 last";
+  FakeServer server(Plus(fake::Login(), {On("TYPE A", "200 ok\r\n"), Epsv(), Transfer("LIST", listing)}));
+  auto c = Connect(server);
+  CFtpFileFind find(c.get());
+  ASSERT_TRUE(find.FindFile()) << WideToWire(InternetGetLastResponseInfo());
+  std::vector<std::string> names;
+  std::vector<uint64_t> sizes;
+  for (bool more = true; more && names.size() < 4000;) {
+    more = find.FindNextFile();
+    names.push_back(find.GetEntry().name);
+    sizes.push_back(find.GetLength());
+  }
+  find.Close();
+  ASSERT_EQ(names.size(), 3002u);
+  for (int i = 0; i < 3000; ++i) {
+    size_t at = static_cast<size_t>(i > 1500 ? i + 1 : i);
+    EXPECT_EQ(names[at], "file " + std::to_string(i));
+    EXPECT_EQ(sizes[at], static_cast<uint64_t>(i));
+  }
+  EXPECT_EQ(names[1501], longName);
+  EXPECT_EQ(sizes[1501], 7u);
+  EXPECT_EQ(names.back(), "last");
+  EXPECT_TRUE(find.IsDirectory());
+  c->Close();
+  server.Finish();
+  EXPECT_EQ(server.Problem(), "");
+}
+
 TEST_F(FakeServerTest, DotsAndEmptyListings) {
   const std::string withDots =
       "drwxr-xr-x 2 a a 4096 Jan 10  2020 .\r\n"
