@@ -473,6 +473,63 @@ TEST_F(FakeServerTest, StatusCallbackAndTrace) {
   EXPECT_TRUE(off.statuses.empty());
 }
 
+// A find's and a file's notices carry their own context, the connection's
+// the session's.
+TEST_F(FakeServerTest, StatusCallbackContextOfEachHandle) {
+  class ContextSession : public CInternetSession {
+   public:
+    ContextSession() : CInternetSession(nullptr, 5) {}
+    std::vector<std::pair<uintptr_t, uint32_t>> notices;
+    void OnStatusCallback(uintptr_t context, uint32_t status, const void*, uint32_t) override {
+      notices.emplace_back(context, status);
+    }
+    // The contexts since the last call, and whether 60 and 70 were among them.
+    std::set<uintptr_t> Since(size_t& seen, bool& createdAndClosed) {
+      std::set<uintptr_t> contexts;
+      bool created = false, closed = false;
+      for (; seen < notices.size(); ++seen) {
+        contexts.insert(notices[seen].first);
+        created |= notices[seen].second == 60;
+        closed |= notices[seen].second == 70;
+      }
+      createdAndClosed = created && closed;
+      return contexts;
+    }
+  };
+  FakeServer server(
+      Plus(fake::Login(),
+           {On("TYPE A", "200 ok\r\n"), Epsv(), Transfer("LIST", "-rw-r--r-- 1 a a 3 Jan 10  2020 f\r\n"),
+            On("TYPE I", "200 ok\r\n"), Epsv(), Transfer("RETR f", "abc"), On("PWD", "257 \"/\"\r\n")}));
+  ContextSession session;
+  session.EnableStatusCallback(true);
+  auto c = session.GetFtpConnection(L"127.0.0.1", L"user", L"secret", server.Port(), true);
+  size_t seen = 0;
+  bool both = false;
+  EXPECT_EQ(session.Since(seen, both), std::set<uintptr_t>{5});
+  {
+    CFtpFileFind find(c.get(), 7);
+    ASSERT_TRUE(find.FindFile());
+    find.Close();
+  }
+  EXPECT_EQ(session.Since(seen, both), std::set<uintptr_t>{7});
+  EXPECT_TRUE(both);
+  {
+    auto file = c->OpenFile(L"f", GENERIC_READ, FTP_TRANSFER_TYPE_BINARY, 9);
+    char buf[8];
+    while (file->Read(buf, sizeof buf) > 0) {
+    }
+    file->Close();
+  }
+  EXPECT_EQ(session.Since(seen, both), std::set<uintptr_t>{9});
+  EXPECT_TRUE(both);
+  std::wstring dir;
+  EXPECT_TRUE(c->GetCurrentDirectory(dir));
+  EXPECT_EQ(session.Since(seen, both), std::set<uintptr_t>{5});
+  c->Close();
+  server.Finish();
+  EXPECT_EQ(server.Problem(), "");
+}
+
 TEST_F(FakeServerTest, ObjectsOutlivingTheirConnection) {
   FakeServer server(Plus(fake::Login(), {On("TYPE I", "200 ok\r\n"), Epsv(), On("RETR f", "150 go\r\n")}));
   auto session = std::make_unique<CInternetSession>();
