@@ -638,10 +638,8 @@ bool CFtpFileFind::FindFile(const wchar_t* pattern, uint32_t) {
     mlsd = control->HasMlsd();
     std::unique_ptr<Stream> data = control->StartTransfer(mlsd ? "MLSD" : "LIST", TransferType::Ascii);
     try {
-      // Lines are parsed as they arrive, while the server is still busy
-      // producing the rest of a long listing.
-      // Whole lines are parsed where they were received; only a line cut
-      // by the end of a read is copied, to the front of the buffer.
+      // Lines are parsed as they arrive, where they were received: only a
+      // line cut by the end of a read is copied, to the front of the buffer.
       std::vector<char> buffer(128 * 1024);
       size_t held = 0;  // bytes of an unfinished line at the front
       for (;;) {
