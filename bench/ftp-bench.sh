@@ -96,6 +96,7 @@ check_same "$WORK/upload-src" "$ROOT/up/lftp" lftp; rm -f "$ROOT/up/lftp"
 echo "listing of $ENTRIES entries (best of $RUNS)"
 R[ls_ftpzn]=$(best "$FTP" ls "$URL/list/")
 R[ls_curl]=$(best curl -s "$URL/list/")
+R[ls_lftp]=$(best lftp -c "$LFTP_SETUP; ls list/")  # lftp's ls prints the raw LIST
 n=$("$FTP" ls "$URL/list/" | wc -l)
 [ "$n" = "$ENTRIES" ] || echo "  WARNING: ftpzn-ftp ls printed $n lines" >&2
 
@@ -110,6 +111,6 @@ for op in get put; do
   printf "%-28s %7s MiB/s %5s MiB/s %5s MiB/s   %sx\n" "$op ${SIZE_MB} MiB" "$(rate "${R[${op}_ftpzn]}")" \
     "$(rate "${R[${op}_curl]}")" "$(rate "${R[${op}_lftp]}")" "$(ratio "$peer" "${R[${op}_ftpzn]}")"
 done
-printf "%-28s %9ss %9ss %10s   %sx\n" "ls $ENTRIES (parsed vs raw)" "${R[ls_ftpzn]}" "${R[ls_curl]}" "-" \
-  "$(ratio "${R[ls_curl]}" "${R[ls_ftpzn]}")"
+printf "%-28s %9ss %9ss %9ss   %sx\n" "ls $ENTRIES (parsed vs raw)" "${R[ls_ftpzn]}" "${R[ls_curl]}" \
+  "${R[ls_lftp]}" "$(ratio "$(min "${R[ls_curl]}" "${R[ls_lftp]}")" "${R[ls_ftpzn]}")"
 echo "(ratio > 1: ftpzn-ftp faster than the best peer)"

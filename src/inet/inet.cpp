@@ -5,6 +5,7 @@
 #include <cstring>
 #include <ctime>
 #include <cwctype>
+#include <optional>
 
 #include "inet/errortext.h"
 #include "inet/ftpcontrol.h"
@@ -206,7 +207,12 @@ class SessionObserver : public FtpObserver {
   explicit SessionObserver(CInternetSession* session) : m_session(session) {}
   void Detach() { m_session = nullptr; }
   void OnStatus(uint32_t status, const std::string& info) override {
-    if (m_session) m_session->Report(status, info);
+    if (m_session) m_session->Report(status, info, m_context.value_or(m_session->GetContext()));
+  }
+  // The context of the find or file the next notices belong to.
+  std::optional<uintptr_t> SwapContext(std::optional<uintptr_t> context) {
+    std::swap(context, m_context);
+    return context;
   }
   void OnTrace(bool sent, const std::string& line) override {
     if (m_session) m_session->OnProtocolTrace(sent, line);
@@ -215,7 +221,29 @@ class SessionObserver : public FtpObserver {
 
  private:
   CInternetSession* m_session;
+  std::optional<uintptr_t> m_context;
 };
+
+namespace {
+
+// While a find or a file works on its connection, the notices of that work
+// carry the find's or the file's context, as the platform's handles do.
+class ContextScope {
+ public:
+  ContextScope(SessionObserver* observer, uintptr_t context)
+      : m_observer(observer), m_saved(observer ? observer->SwapContext(context) : std::nullopt) {}
+  ~ContextScope() {
+    if (m_observer) m_observer->SwapContext(m_saved);
+  }
+  ContextScope(const ContextScope&) = delete;
+  ContextScope& operator=(const ContextScope&) = delete;
+
+ private:
+  SessionObserver* m_observer;
+  std::optional<uintptr_t> m_saved;
+};
+
+}  // namespace
 
 CInternetSession::CInternetSession(const wchar_t*, uintptr_t context, uint32_t, const wchar_t*,
                                    const wchar_t*, uint32_t)
@@ -276,14 +304,16 @@ void CInternetSession::OnStatusCallback(uintptr_t, uint32_t, const void*, uint32
 
 void CInternetSession::OnProtocolTrace(bool, const std::string&) {}
 
-void CInternetSession::Report(uint32_t status, const std::string& info) {
+void CInternetSession::Report(uint32_t status, const std::string& info) { Report(status, info, m_context); }
+
+void CInternetSession::Report(uint32_t status, const std::string& info, uintptr_t context) {
   if (!m_statusCallback) return;
   if (status == INTERNET_STATUS_RESOLVING_NAME || status == INTERNET_STATUS_NAME_RESOLVED) {
     std::wstring text = WireToWide(info);
-    OnStatusCallback(m_context, status, text.c_str(),
+    OnStatusCallback(context, status, text.c_str(),
                      static_cast<uint32_t>((text.size() + 1) * sizeof(wchar_t)));
   } else {
-    OnStatusCallback(m_context, status, nullptr, 0);
+    OnStatusCallback(context, status, nullptr, 0);
   }
 }
 
@@ -402,6 +432,7 @@ bool CFtpConnection::Rename(const std::wstring& from, const std::wstring& to) {
 
 std::unique_ptr<CInternetFile> CFtpConnection::OpenFile(const std::wstring& name, uint32_t access,
                                                         uint32_t flags, uintptr_t context) {
+  ContextScope scope(m_observer.get(), context);
   bool writing = (access & GENERIC_WRITE) != 0;
   TransferType type = (flags & 3) == FTP_TRANSFER_TYPE_ASCII ? TransferType::Ascii : TransferType::Binary;
   std::unique_ptr<Stream> data;
@@ -415,7 +446,7 @@ std::unique_ptr<CInternetFile> CFtpConnection::OpenFile(const std::wstring& name
     Throw(e, context);
   }
   m_busy = true;
-  if (m_session) m_session->Report(INTERNET_STATUS_HANDLE_CREATED, {});
+  if (m_session) m_session->Report(INTERNET_STATUS_HANDLE_CREATED, {}, context);
   t_lastError = 0;
   std::unique_ptr<CInternetFile> file(new CInternetFile(*this, std::move(data), writing, context));
   m_openFile = file.get();
@@ -450,6 +481,7 @@ uint32_t CInternetFile::Read(void* buffer, uint32_t count) {
   auto* out = static_cast<char*>(buffer);
   FtpControl* control = m_connection ? m_connection->m_control.get() : nullptr;
   if (!control) Fail(kErrCancelled);
+  ContextScope scope(m_connection->m_observer.get(), m_context);
   try {
     if (m_begin == m_end) {
       Deadline deadline = Deadline::After(control->Timeouts().receiveMs);
@@ -510,6 +542,7 @@ void CInternetFile::Flush() {
 void CInternetFile::Send(const char* data, size_t size) {
   FtpControl* control = m_connection ? m_connection->m_control.get() : nullptr;
   if (!control || !m_data) Fail(kErrCancelled);
+  ContextScope scope(m_connection->m_observer.get(), m_context);
   try {
     m_data->WriteAll(data, size, Deadline::After(control->Timeouts().sendMs));
   } catch (const NetError& e) {
@@ -533,6 +566,7 @@ void CInternetFile::Close() {
   if (!m_connection) return;
   CFtpConnection* connection = m_connection;
   FtpControl* control = connection->m_control.get();
+  ContextScope scope(connection->m_observer.get(), m_context);
   t_lastError = 0;
   try {
     if (m_writing && m_data) {
@@ -561,7 +595,7 @@ void CInternetFile::Close() {
   m_atEnd = true;
   connection->m_busy = false;
   connection->m_openFile = nullptr;
-  if (connection->m_session) connection->m_session->Report(INTERNET_STATUS_HANDLE_CLOSING, {});
+  if (connection->m_session) connection->m_session->Report(INTERNET_STATUS_HANDLE_CLOSING, {}, m_context);
 }
 
 // ---- CFtpFileFind
@@ -579,6 +613,7 @@ bool CFtpFileFind::FindFile(const wchar_t* pattern, uint32_t) {
     Record(NetError(kErrCancelled, "no connection"));
     return false;
   }
+  ContextScope scope(m_connection->m_observer.get(), m_context);
   // One "now" for the whole listing, so every year-less date in it is
   // resolved alike.
   ListClock clock{static_cast<int64_t>(std::time(nullptr))};
@@ -603,21 +638,30 @@ bool CFtpFileFind::FindFile(const wchar_t* pattern, uint32_t) {
     mlsd = control->HasMlsd();
     std::unique_ptr<Stream> data = control->StartTransfer(mlsd ? "MLSD" : "LIST", TransferType::Ascii);
     try {
-      // Lines are parsed as they arrive, while the server is still busy
-      // producing the rest of a long listing.
-      std::string pending;
-      std::vector<char> chunk(64 * 1024);
+      // Lines are parsed as they arrive, where they were received: only a
+      // line cut by the end of a read is copied, to the front of the buffer.
+      std::vector<char> buffer(128 * 1024);
+      size_t held = 0;  // bytes of an unfinished line at the front
       for (;;) {
-        size_t n = data->ReadSome(chunk.data(), chunk.size(), Deadline::After(control->Timeouts().receiveMs));
+        if (held == buffer.size()) buffer.resize(buffer.size() * 2);  // a very long line
+        size_t n = data->ReadSome(buffer.data() + held, buffer.size() - held,
+                                  Deadline::After(control->Timeouts().receiveMs));
         if (n == 0) break;
-        pending.append(chunk.data(), n);
-        size_t start = 0;
-        for (size_t lf; (lf = pending.find('\n', start)) != std::string::npos; start = lf + 1) {
-          parseLine(std::string_view(pending).substr(start, lf - start));
+        const char* begin = buffer.data();
+        const char* end = begin + held + n;
+        const char* line = begin;
+        // Only the new bytes can hold the next line feed.
+        for (const char* from = begin + held;;) {
+          const void* lf = std::memchr(from, '\n', static_cast<size_t>(end - from));
+          if (!lf) break;
+          const char* at = static_cast<const char*>(lf);
+          parseLine(std::string_view(line, static_cast<size_t>(at - line)));
+          line = from = at + 1;
         }
-        pending.erase(0, start);
+        held = static_cast<size_t>(end - line);
+        if (line != begin) std::memmove(buffer.data(), line, held);
       }
-      parseLine(pending);  // a last line without its line end
+      parseLine(std::string_view(buffer.data(), held));  // a last line without its line end
     } catch (const NetError& e) {
       data.reset();
       if (e.code != kErrExtended) control->AbandonTransfer();
@@ -632,12 +676,14 @@ bool CFtpFileFind::FindFile(const wchar_t* pattern, uint32_t) {
     return false;
   }
   if (m_entries.empty()) {
-    Record(NetError(kErrNoMoreFiles, "no files found"));
+    // Not a failure without a reply: the server's end reply stays the
+    // last response.
+    t_lastError = kErrNoMoreFiles;
     return false;
   }
   m_open = true;
   m_connection->m_busy = true;
-  if (m_connection->m_session) m_connection->m_session->Report(INTERNET_STATUS_HANDLE_CREATED, {});
+  if (m_connection->m_session) m_connection->m_session->Report(INTERNET_STATUS_HANDLE_CREATED, {}, m_context);
   t_lastError = 0;
   return true;
 }
@@ -694,7 +740,8 @@ void CFtpFileFind::Close() {
   m_open = false;
   if (m_connection) {
     if (m_next < m_entries.size()) m_connection->m_busy = false;
-    if (m_connection->m_session) m_connection->m_session->Report(INTERNET_STATUS_HANDLE_CLOSING, {});
+    if (m_connection->m_session)
+      m_connection->m_session->Report(INTERNET_STATUS_HANDLE_CLOSING, {}, m_context);
   }
 }
 

@@ -158,7 +158,10 @@ class CInternetSession {
   friend class CInternetFile;
   friend class CFtpFileFind;
   friend class SessionObserver;
+  // With the context of the handle the notice belongs to: a find's or a
+  // file's own, else the session's.
   void Report(uint32_t status, const std::string& info);
+  void Report(uint32_t status, const std::string& info, uintptr_t context);
 
   uintptr_t m_context;
   bool m_statusCallback = false;

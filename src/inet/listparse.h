@@ -54,11 +54,37 @@ TokenList Tokenize(std::string_view line, size_t maxTokens = TokenList::kCapacit
 // still holds a NUL, CR or LF: the name would be damaged, so no parser takes it.
 std::optional<std::string_view> StripLineEnd(std::string_view line);
 
-bool IsBlank(char c);
-bool IsDigits(std::string_view s);
+// These four run several times on every line of a listing: inline, so the
+// parsers of the other files get them without a call each.
+inline bool IsBlank(char c) { return c == ' ' || c == '\t'; }
+
+inline bool IsDigits(std::string_view s) {
+  if (s.empty()) return false;
+  for (char c : s)
+    if (c < '0' || c > '9') return false;
+  return true;
+}
+
 // Decimal without sign; false on overflow or any other character.
-bool ParseUint(std::string_view s, uint64_t& out);
-bool ParseInt(std::string_view s, int& out);
+inline bool ParseUint(std::string_view s, uint64_t& out) {
+  if (s.empty()) return false;
+  uint64_t value = 0;
+  for (char c : s) {
+    if (c < '0' || c > '9') return false;
+    uint64_t digit = static_cast<uint64_t>(c - '0');
+    if (value > (UINT64_MAX - digit) / 10) return false;
+    value = value * 10 + digit;
+  }
+  out = value;
+  return true;
+}
+
+inline bool ParseInt(std::string_view s, int& out) {
+  uint64_t value = 0;
+  if (s.size() > 9 || !ParseUint(s, value)) return false;
+  out = static_cast<int>(value);
+  return true;
+}
 
 // Month 1..12 from an abbreviated or short name in English or one of the
 // common locales servers list in (German, French, Spanish, Italian, Dutch,

@@ -15,15 +15,30 @@ namespace ftpzn::inet::listparse {
 
 namespace {
 
+// Which bytes may stand where in the permission column; a table, since
+// every line of a listing comes through here.
+struct PermissionBytes {
+  bool type[256] = {};
+  bool mode[256] = {};
+  bool marker[256] = {};
+  constexpr PermissionBytes() {
+    // Type letters: file, directory, link, devices, fifo, socket, Solaris
+    // door, HP-UX network special.
+    for (char c : std::string_view("-dlcbpsDn")) type[static_cast<unsigned char>(c)] = true;
+    for (char c : std::string_view("rwxsStTlL-")) mode[static_cast<unsigned char>(c)] = true;
+    // ACL, extended attribute or security-context marker.
+    for (char c : std::string_view("+@.")) marker[static_cast<unsigned char>(c)] = true;
+  }
+};
+constexpr PermissionBytes kPermissionBytes;
+
 bool IsPermissionColumn(std::string_view t) {
   if (t.size() < 10 || t.size() > 11) return false;
-  // Type letters: file, directory, link, devices, fifo, socket, Solaris door,
-  // HP-UX network special.
-  if (std::string_view("-dlcbpsDn").find(t[0]) == std::string_view::npos) return false;
+  auto byte = [&t](size_t i) { return static_cast<unsigned char>(t[i]); };
+  if (!kPermissionBytes.type[byte(0)]) return false;
   for (size_t i = 1; i < 10; ++i)
-    if (std::string_view("rwxsStTlL-").find(t[i]) == std::string_view::npos) return false;
-  // ACL, extended attribute or security-context marker.
-  return t.size() == 10 || std::string_view("+@.").find(t[10]) != std::string_view::npos;
+    if (!kPermissionBytes.mode[byte(i)]) return false;
+  return t.size() == 10 || kPermissionBytes.marker[byte(10)];
 }
 
 bool ParseDay(std::string_view t, int& day) {

@@ -254,6 +254,7 @@ TEST_F(FakeServerTest, ActiveFallsBackFromEprtToPort) {
     CFtpFileFind find(c.get());
     EXPECT_FALSE(find.FindFile());
     EXPECT_EQ(GetLastError(), 18u);
+    EXPECT_EQ(InternetGetLastResponseInfo(), L"226 nothing to list");
   }
   auto file = c->OpenFile(L"f");
   char buf[64];
@@ -324,6 +325,44 @@ TEST_F(FakeServerTest, RefusedConnectionAndUnknownHost) {
   } catch (const CInternetException& e) {
     EXPECT_EQ(e.m_dwError, 12007u);
   }
+}
+
+// A long listing arrives in many reads: lines cut between two reads, a name
+// longer than any read, and a last line without its line end all come
+// through whole.
+TEST_F(FakeServerTest, LongListingAcrossReads) {
+  const std::string longName(300000, 'n');
+  std::string listing;
+  for (int i = 0; i < 3000; ++i) {
+    listing += "-rw-r--r-- 1 a a " + std::to_string(i) + " Jan 10  2020 file " + std::to_string(i) + "\r\n";
+    if (i == 1500) listing += "-rw-r--r-- 1 a a 7 Jan 10  2020 " + longName + "\r\n";
+  }
+  listing += "drwxr-xr-x 2 a a 4096 Jan 10  2020 last";
+  FakeServer server(Plus(fake::Login(), {On("TYPE A", "200 ok\r\n"), Epsv(), Transfer("LIST", listing)}));
+  auto c = Connect(server);
+  CFtpFileFind find(c.get());
+  ASSERT_TRUE(find.FindFile()) << WideToWire(InternetGetLastResponseInfo());
+  std::vector<std::string> names;
+  std::vector<uint64_t> sizes;
+  for (bool more = true; more && names.size() < 4000;) {
+    more = find.FindNextFile();
+    names.push_back(find.GetEntry().name);
+    sizes.push_back(find.GetLength());
+  }
+  find.Close();
+  ASSERT_EQ(names.size(), 3002u);
+  for (int i = 0; i < 3000; ++i) {
+    size_t at = static_cast<size_t>(i > 1500 ? i + 1 : i);
+    EXPECT_EQ(names[at], "file " + std::to_string(i));
+    EXPECT_EQ(sizes[at], static_cast<uint64_t>(i));
+  }
+  EXPECT_EQ(names[1501], longName);
+  EXPECT_EQ(sizes[1501], 7u);
+  EXPECT_EQ(names.back(), "last");
+  EXPECT_TRUE(find.IsDirectory());
+  c->Close();
+  server.Finish();
+  EXPECT_EQ(server.Problem(), "");
 }
 
 TEST_F(FakeServerTest, DotsAndEmptyListings) {
@@ -432,6 +471,63 @@ TEST_F(FakeServerTest, StatusCallbackAndTrace) {
   RecordingSession off;
   off.GetFtpConnection(L"127.0.0.1", L"user", L"secret", quiet.Port(), true);
   EXPECT_TRUE(off.statuses.empty());
+}
+
+// A find's and a file's notices carry their own context, the connection's
+// the session's.
+TEST_F(FakeServerTest, StatusCallbackContextOfEachHandle) {
+  class ContextSession : public CInternetSession {
+   public:
+    ContextSession() : CInternetSession(nullptr, 5) {}
+    std::vector<std::pair<uintptr_t, uint32_t>> notices;
+    void OnStatusCallback(uintptr_t context, uint32_t status, const void*, uint32_t) override {
+      notices.emplace_back(context, status);
+    }
+    // The contexts since the last call, and whether 60 and 70 were among them.
+    std::set<uintptr_t> Since(size_t& seen, bool& createdAndClosed) {
+      std::set<uintptr_t> contexts;
+      bool created = false, closed = false;
+      for (; seen < notices.size(); ++seen) {
+        contexts.insert(notices[seen].first);
+        created |= notices[seen].second == 60;
+        closed |= notices[seen].second == 70;
+      }
+      createdAndClosed = created && closed;
+      return contexts;
+    }
+  };
+  FakeServer server(
+      Plus(fake::Login(),
+           {On("TYPE A", "200 ok\r\n"), Epsv(), Transfer("LIST", "-rw-r--r-- 1 a a 3 Jan 10  2020 f\r\n"),
+            On("TYPE I", "200 ok\r\n"), Epsv(), Transfer("RETR f", "abc"), On("PWD", "257 \"/\"\r\n")}));
+  ContextSession session;
+  session.EnableStatusCallback(true);
+  auto c = session.GetFtpConnection(L"127.0.0.1", L"user", L"secret", server.Port(), true);
+  size_t seen = 0;
+  bool both = false;
+  EXPECT_EQ(session.Since(seen, both), std::set<uintptr_t>{5});
+  {
+    CFtpFileFind find(c.get(), 7);
+    ASSERT_TRUE(find.FindFile());
+    find.Close();
+  }
+  EXPECT_EQ(session.Since(seen, both), std::set<uintptr_t>{7});
+  EXPECT_TRUE(both);
+  {
+    auto file = c->OpenFile(L"f", GENERIC_READ, FTP_TRANSFER_TYPE_BINARY, 9);
+    char buf[8];
+    while (file->Read(buf, sizeof buf) > 0) {
+    }
+    file->Close();
+  }
+  EXPECT_EQ(session.Since(seen, both), std::set<uintptr_t>{9});
+  EXPECT_TRUE(both);
+  std::wstring dir;
+  EXPECT_TRUE(c->GetCurrentDirectory(dir));
+  EXPECT_EQ(session.Since(seen, both), std::set<uintptr_t>{5});
+  c->Close();
+  server.Finish();
+  EXPECT_EQ(server.Problem(), "");
 }
 
 TEST_F(FakeServerTest, ObjectsOutlivingTheirConnection) {

@@ -225,6 +225,9 @@ TEST_P(ServerTest, ListingEmptyManyAndOddNames) {
   EXPECT_TRUE(List(*c, ok).empty());
   EXPECT_FALSE(ok);
   EXPECT_EQ(GetLastError(), 18u);
+  // Nothing found is no failure without a reply: the last response is the
+  // server's end of the listing, not a description of our own.
+  EXPECT_EQ(InternetGetLastResponseInfo().substr(0, 3), L"226");
 
   ASSERT_TRUE(c->SetCurrentDirectory(L"/many"));
   auto many = List(*c, ok);

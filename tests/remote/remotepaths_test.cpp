@@ -45,6 +45,10 @@ TEST(RemotePaths, SaveListWritesHalfOfEachNamesUtf16) {
   EXPECT_EQ(SaveListEntryBytes(wxString::FromUTF8("\xf0\x9f\x98\x80")), "\x3d\xd8\x00"s);
   EXPECT_EQ(SaveListEntryBytes(wxString::FromUTF8("\xc3\xa9")), "\xe9\x00"s);
   EXPECT_EQ(SaveListEntryBytes(""), "\n"s);
+  // A server byte that is no UTF-8 comes as one unit of its own (U+DC80 plus
+  // the byte, here 0xFF) and is counted and written like any other.
+  EXPECT_EQ(SaveListEntryBytes(wxString(L"a\xDD7F")), "a\0\x7f"s);
+  EXPECT_EQ(SaveListEntryBytes(wxString(L"\xDD7Fz")), "\x7f\xdd\x7a"s);
 }
 
 }  // namespace
