@@ -196,10 +196,10 @@ int ParseListFromStdin() {
   ssize_t n;
   ListClock clock{static_cast<int64_t>(std::time(nullptr))};  // one "now" for all lines
   auto out = std::make_unique<LineWriter>();
+  FtpListEntry entry;  // one for every line: its name keeps its storage
   while ((n = getline(&line, &capacity, stdin)) > 0) {
     std::string_view text(line, static_cast<size_t>(n));
     while (!text.empty() && (text.back() == '\n' || text.back() == '\r')) text.remove_suffix(1);
-    FtpListEntry entry;
     // MLSD lines start with "fact=value;" before the first space.
     size_t space = text.find(' ');
     std::string_view facts = text.substr(0, space == std::string_view::npos ? 0 : space);

@@ -607,8 +607,7 @@ CFtpFileFind::~CFtpFileFind() { Close(); }
 
 bool CFtpFileFind::FindFile(const wchar_t* pattern, uint32_t) {
   Close();
-  m_entries.clear();
-  m_next = 0;
+  Clear();
   if (!m_connection) {
     Record(NetError(kErrCancelled, "no connection"));
     return false;
@@ -620,10 +619,10 @@ bool CFtpFileFind::FindFile(const wchar_t* pattern, uint32_t) {
   std::wstring mask = pattern ? pattern : L"";
   bool everything = mask.empty() || mask == L"*" || mask == L"*.*";
   bool mlsd = false;
+  FtpListEntry entry;  // one for every line: its strings keep their capacity
   auto parseLine = [&](std::string_view line) {
     if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
     if (line.empty()) return;
-    FtpListEntry entry;
     if (mlsd) {
       if (IsMlsdSelfOrParent(line) || !ParseMlsdLine(line, entry)) return;
     } else if (!ParseListLine(line, clock, entry)) {
@@ -631,7 +630,7 @@ bool CFtpFileFind::FindFile(const wchar_t* pattern, uint32_t) {
     }
     if (entry.name.empty() || entry.name == "." || entry.name == "..") return;
     if (!everything && !WildcardMatch(mask.c_str(), WireToWide(entry.name).c_str())) return;
-    m_entries.push_back(std::move(entry));
+    Append(entry);
   };
   try {
     FtpControl* control = m_connection->Ready();
@@ -670,12 +669,12 @@ bool CFtpFileFind::FindFile(const wchar_t* pattern, uint32_t) {
     data.reset();
     control->FinishTransfer();
   } catch (const NetError& e) {
-    m_entries.clear();
+    Clear();
     Record(e);
     if (e.code == kErrExtended && IsNoFilesReply(e.what())) t_lastError = kErrNoMoreFiles;
     return false;
   }
-  if (m_entries.empty()) {
+  if (m_count == 0) {
     // Not a failure without a reply: the server's end reply stays the
     // last response.
     t_lastError = kErrNoMoreFiles;
@@ -689,45 +688,105 @@ bool CFtpFileFind::FindFile(const wchar_t* pattern, uint32_t) {
 }
 
 bool CFtpFileFind::FindNextFile() {
-  if (!m_open || m_next >= m_entries.size()) {
+  if (!m_open || m_next >= m_count) {
     t_lastError = kErrNoMoreFiles;
     return false;
   }
   ++m_next;
-  if (m_next < m_entries.size()) return true;
+  if (m_next < m_count) return true;
   // The last entry: the enumeration no longer holds the connection.
   if (m_connection) m_connection->m_busy = false;
   t_lastError = kErrNoMoreFiles;
   return false;
 }
 
-const FtpListEntry* CFtpFileFind::Current() const {
-  return m_next > 0 && m_next <= m_entries.size() ? &m_entries[m_next - 1] : nullptr;
+void CFtpFileFind::Clear() {
+  m_entryBlocks.clear();
+  m_textBlocks.clear();
+  m_textFree = nullptr;
+  m_textLeft = 0;
+  m_count = 0;
+  m_next = 0;
+  m_unpackedIndex = 0;
+}
+
+void CFtpFileFind::Append(const FtpListEntry& entry) {
+  size_t textSize = entry.name.size() + entry.linkTarget.size();
+  char* text;
+  if (textSize <= m_textLeft) {
+    text = m_textFree;
+    m_textFree += textSize;
+    m_textLeft -= textSize;
+  } else if (textSize > kTextBlock / 4) {
+    // A block of its own: the newest full-size block keeps its free end.
+    m_textBlocks.push_back(std::make_unique_for_overwrite<char[]>(textSize));
+    text = m_textBlocks.back().get();
+  } else {
+    m_textBlocks.push_back(std::make_unique_for_overwrite<char[]>(kTextBlock));
+    text = m_textBlocks.back().get();
+    m_textFree = text + textSize;
+    m_textLeft = kTextBlock - textSize;
+  }
+  std::memcpy(text, entry.name.data(), entry.name.size());
+  std::memcpy(text + entry.name.size(), entry.linkTarget.data(), entry.linkTarget.size());
+  if (m_count % kEntriesPerBlock == 0)
+    m_entryBlocks.push_back(std::make_unique_for_overwrite<PackedEntry[]>(kEntriesPerBlock));
+  m_entryBlocks.back()[m_count % kEntriesPerBlock] = {
+      text,
+      entry.size,
+      entry.mtime.value_or(0),
+      static_cast<uint32_t>(entry.name.size()),
+      static_cast<uint32_t>(entry.linkTarget.size()),
+      entry.kind,
+      entry.mtime.has_value(),
+  };
+  ++m_count;
+}
+
+const CFtpFileFind::PackedEntry* CFtpFileFind::Current() const {
+  if (m_next == 0 || m_next > m_count) return nullptr;
+  size_t index = m_next - 1;
+  return &m_entryBlocks[index / kEntriesPerBlock][index % kEntriesPerBlock];
 }
 
 const FtpListEntry& CFtpFileFind::GetEntry() const {
   static const FtpListEntry none;
-  const FtpListEntry* e = Current();
-  return e ? *e : none;
+  const PackedEntry* e = Current();
+  if (!e) return none;
+  if (m_unpackedIndex != m_next) {
+    m_unpacked.name.assign(e->text, e->nameLength);
+    m_unpacked.linkTarget.assign(e->text + e->nameLength, e->linkLength);
+    m_unpacked.kind = e->kind;
+    m_unpacked.size = e->size;
+    m_unpacked.mtime = e->hasTime ? std::optional<int64_t>(e->mtime) : std::nullopt;
+    m_unpackedIndex = m_next;
+  }
+  return m_unpacked;
 }
 
-std::wstring CFtpFileFind::GetFileName() const { return WireToWide(GetEntry().name); }
-uint64_t CFtpFileFind::GetLength() const { return GetEntry().size; }
+std::wstring CFtpFileFind::GetFileName() const {
+  const PackedEntry* e = Current();
+  return e ? WireToWide(std::string_view(e->text, e->nameLength)) : std::wstring();
+}
+uint64_t CFtpFileFind::GetLength() const {
+  const PackedEntry* e = Current();
+  return e ? e->size : 0;
+}
 bool CFtpFileFind::IsDirectory() const {
   return Current() && Current()->kind == FtpListEntry::Kind::Directory;
 }
 bool CFtpFileFind::IsDots() const { return false; }
 
 bool CFtpFileFind::GetLastWriteTime(uint64_t& fileTime) const {
-  const FtpListEntry* e = Current();
+  const PackedEntry* e = Current();
   constexpr int64_t kFileTimeEpochOffset = 11644473600;  // seconds from 1601 to 1970
-  if (!e || !e->mtime || *e->mtime < -kFileTimeEpochOffset) return false;
-  fileTime = static_cast<uint64_t>(*e->mtime + kFileTimeEpochOffset) * 10000000ull;
+  if (!e || !e->hasTime || e->mtime < -kFileTimeEpochOffset) return false;
+  fileTime = static_cast<uint64_t>(e->mtime + kFileTimeEpochOffset) * 10000000ull;
   return true;
 }
 
 bool CFtpFileFind::MatchesMask(uint32_t mask) const {
-  const FtpListEntry* e = Current();
+  const PackedEntry* e = Current();
   if (!e) return false;
   uint32_t attributes = FILE_ATTRIBUTE_NORMAL;
   if (e->kind == FtpListEntry::Kind::Directory) attributes = FILE_ATTRIBUTE_DIRECTORY;
@@ -739,7 +798,7 @@ void CFtpFileFind::Close() {
   if (!m_open) return;
   m_open = false;
   if (m_connection) {
-    if (m_next < m_entries.size()) m_connection->m_busy = false;
+    if (m_next < m_count) m_connection->m_busy = false;
     if (m_connection->m_session)
       m_connection->m_session->Report(INTERNET_STATUS_HANDLE_CLOSING, {}, m_context);
   }

@@ -28,13 +28,9 @@ constexpr std::array<listparse::ParseFn, 8> kListParsers = {
 bool ParseListLine(std::string_view line, const ListClock& clock, FtpListEntry& out) {
   auto stripped = listparse::StripLineEnd(line);
   if (!stripped || stripped->empty()) return false;
-  for (auto parse : kListParsers) {
-    FtpListEntry entry;
-    if (parse(*stripped, clock, entry)) {
-      out = std::move(entry);
-      return true;
-    }
-  }
+  // Each parser fills `out` only when it takes the line.
+  for (auto parse : kListParsers)
+    if (parse(*stripped, clock, out)) return true;
   return false;
 }
 

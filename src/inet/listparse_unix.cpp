@@ -304,24 +304,27 @@ bool ParseUnixLine(std::string_view line, const ListClock& clock, FtpListEntry& 
   std::string_view name = line.substr(nameStart);
   if (name.empty()) return false;
 
-  FtpListEntry entry;
   char type = tok[0].text[0];
-  entry.kind = type == 'd'   ? FtpListEntry::Kind::Directory
-               : type == 'l' ? FtpListEntry::Kind::Link
-                             : FtpListEntry::Kind::File;
-  if (entry.kind == FtpListEntry::Kind::Link) {
+  auto kind = type == 'd'   ? FtpListEntry::Kind::Directory
+              : type == 'l' ? FtpListEntry::Kind::Link
+                            : FtpListEntry::Kind::File;
+  std::string_view target;
+  if (kind == FtpListEntry::Kind::Link) {
     size_t arrow = name.find(" -> ");
     if (arrow != std::string_view::npos && arrow > 0) {
-      entry.linkTarget = std::string(name.substr(arrow + 4));
+      target = name.substr(arrow + 4);
       name = name.substr(0, arrow);
     }
   }
-  entry.name = std::string(name);
-  entry.size = size;
   int year = m.year != 0 ? m.year : YearForYearlessDate(clock, m.month, m.day, m.time);
   if (!IsValidDate(year, m.month, m.day)) return false;
-  entry.mtime = UnixFromCivil(year, m.month, m.day, m.time.hour, m.time.minute, m.time.second) - m.zoneOffset;
-  out = std::move(entry);
+  // Assigned, not built anew: a caller parsing a listing into one entry
+  // keeps the strings' storage from line to line.
+  out.kind = kind;
+  out.name.assign(name);
+  out.linkTarget.assign(target);
+  out.size = size;
+  out.mtime = UnixFromCivil(year, m.month, m.day, m.time.hour, m.time.minute, m.time.second) - m.zoneOffset;
   return true;
 }
 
