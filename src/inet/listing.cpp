@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cstring>
 #include <ctime>
 #include <string>
@@ -10,6 +11,10 @@
 #include <utility>
 
 #include "inet/listparse.h"
+
+#ifdef __SSE2__
+#include <emmintrin.h>
+#endif
 
 namespace ftpzn::inet {
 
@@ -41,29 +46,63 @@ namespace ftpzn::inet::listparse {
 TokenList Tokenize(std::string_view line, size_t maxTokens) {
   TokenList tokens;
   maxTokens = std::min(maxTokens, TokenList::kCapacity);
-  // Pointer walks without a bounds test per byte where a sentinel is known:
-  // every line of a listing is split here, so this is the parse's hot loop.
-  const char* const begin = line.data();
-  const char* const end = begin + line.size();
-  const char* p = begin;
-  while (tokens.size() < maxTokens) {
-    while (p != end && IsBlank(*p)) ++p;
-    if (p == end) break;
-    const char* word = p;
-    while (p != end && !IsBlank(*p)) ++p;
-    size_t from = static_cast<size_t>(word - begin), to = static_cast<size_t>(p - begin);
-    tokens.push_back({std::string_view(word, to - from), from, to});
+  if (maxTokens == 0) return tokens;
+  // Every line of a listing is split here, so this is the parse's hot loop.
+  // Words are found from where blanks and non-blanks meet: sixteen bytes
+  // are classified at once where the processor allows, and each meeting
+  // point then starts or ends a word.
+  const char* const data = line.data();
+  const size_t size = line.size();
+  size_t pos = 0;
+  size_t wordStart = 0;
+  bool inWord = false;
+  auto edge = [&](size_t at) {
+    if (!inWord) {
+      wordStart = at;
+      inWord = true;
+      return false;
+    }
+    inWord = false;
+    tokens.push_back({std::string_view(data + wordStart, at - wordStart), wordStart, at});
+    return tokens.size() == maxTokens;
+  };
+#ifdef __SSE2__
+  const __m128i space = _mm_set1_epi8(' ');
+  const __m128i tab = _mm_set1_epi8('\t');
+  for (; pos + 16 <= size; pos += 16) {
+    __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(data + pos));
+    __m128i blank = _mm_or_si128(_mm_cmpeq_epi8(bytes, space), _mm_cmpeq_epi8(bytes, tab));
+    uint32_t word = ~static_cast<uint32_t>(_mm_movemask_epi8(blank)) & 0xFFFFu;
+    uint32_t edges = (word ^ ((word << 1) | (inWord ? 1u : 0u))) & 0xFFFFu;
+    for (; edges != 0; edges &= edges - 1)
+      if (edge(pos + static_cast<size_t>(std::countr_zero(edges)))) return tokens;
   }
+#endif
+  for (; pos < size; ++pos)
+    if (IsBlank(data[pos]) == inWord && edge(pos)) return tokens;
+  if (inWord) edge(size);
   return tokens;
 }
 
 std::optional<std::string_view> StripLineEnd(std::string_view line) {
   while (!line.empty() && (line.back() == '\n' || line.back() == '\r')) line.remove_suffix(1);
-  // memchr looks at many bytes at a time; a byte loop was a tenth of a
-  // long listing's parse.
-  if (line.empty()) return line;
-  for (char c : {'\0', '\r', '\n'})
-    if (std::memchr(line.data(), c, line.size())) return std::nullopt;
+  // One pass for the three bytes, sixteen at a time where the processor
+  // allows: a byte loop was a tenth of a long listing's parse.
+  const char* p = line.data();
+  const char* const end = p + line.size();
+#ifdef __SSE2__
+  const __m128i nul = _mm_setzero_si128();
+  const __m128i cr = _mm_set1_epi8('\r');
+  const __m128i lf = _mm_set1_epi8('\n');
+  for (; end - p >= 16; p += 16) {
+    __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+    __m128i bad = _mm_or_si128(_mm_cmpeq_epi8(bytes, nul),
+                               _mm_or_si128(_mm_cmpeq_epi8(bytes, cr), _mm_cmpeq_epi8(bytes, lf)));
+    if (_mm_movemask_epi8(bad) != 0) return std::nullopt;
+  }
+#endif
+  for (; p != end; ++p)
+    if (*p == '\0' || *p == '\r' || *p == '\n') return std::nullopt;
   return line;
 }
 
@@ -211,13 +250,23 @@ bool IsValidDate(int year, int month, int day) {
 // Days from 1970-01-01 of a proleptic Gregorian date (the well-known
 // era-based algorithm, exact for any year).
 int64_t UnixFromCivil(int year, int month, int day, int hour, int minute, int second) {
+  int64_t time = hour * 3600 + minute * 60 + second;
+  // Most lines of a listing share their date with the line before.
+  thread_local int cachedYear = 0, cachedMonth = 0, cachedDay = 0;  // no date has day 0
+  thread_local int64_t cachedDays = 0;
+  if (year == cachedYear && month == cachedMonth && day == cachedDay && day != 0)
+    return cachedDays * 86400 + time;
   int64_t y = year - (month <= 2 ? 1 : 0);
   int64_t era = (y >= 0 ? y : y - 399) / 400;
   int64_t yoe = y - era * 400;
   int64_t doy = (153 * (month + (month > 2 ? -3 : 9)) + 2) / 5 + day - 1;
   int64_t doe = yoe * 365 + yoe / 4 - yoe / 100 + doy;
   int64_t days = era * 146097 + doe - 719468;
-  return days * 86400 + hour * 3600 + minute * 60 + second;
+  cachedYear = year;
+  cachedMonth = month;
+  cachedDay = day;
+  cachedDays = days;
+  return days * 86400 + time;
 }
 
 void CivilFromUnix(int64_t unixTime, int& year, int& month, int& day) {

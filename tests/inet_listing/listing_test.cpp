@@ -444,10 +444,12 @@ TEST(ListingParse, WholeListingInOneBuffer) {
   }
   size_t index = 0, accepted = 0, acceptable = 0;
   for (const Case* c : expected) acceptable += c->accepted;
+  // One entry for all lines, as the engine parses a listing: nothing of a
+  // line (a link target, a time) may stay behind for the next.
+  FtpListEntry e;
   for (size_t pos = 0; pos < buffer.size();) {
     size_t eol = buffer.find('\n', pos);
     ASSERT_NE(eol, std::string::npos);
-    FtpListEntry e;
     bool ok = ParseListLine(std::string_view(buffer).substr(pos, eol + 1 - pos), kClock, e);
     ASSERT_LT(index, expected.size());
     CheckCase(*expected[index++], ok, e);
@@ -456,6 +458,25 @@ TEST(ListingParse, WholeListingInOneBuffer) {
   }
   EXPECT_EQ(index, expected.size());
   EXPECT_EQ(accepted, acceptable);
+}
+
+// Columns padded to any width, with blanks or tabs: words are found a block
+// of bytes at a time, so every column edge must come out right wherever it
+// falls in a block, and the name keeps its own blanks.
+TEST(ListingParse, ColumnsPaddedToAnyWidth) {
+  for (size_t pad = 1; pad <= 33; ++pad) {
+    for (char blank : {' ', '\t'}) {
+      std::string gap(pad, blank);
+      std::string line = "lrwxrwxrwx" + gap + "1" + gap + "owner" + gap + "group" + gap + "42" + gap + "Feb" +
+                         gap + "3" + gap + "2021 " + std::string(pad % 3, ' ') + "a  b\tc -> /t a";
+      // After a single blank before the year the layout is unknown and
+      // every blank before the name is skipped.
+      std::string name = std::string(pad >= 2 ? pad % 3 : 0, ' ') + "a  b\tc";
+      Case c{"padded", line, true, name, Kind::Link, 42, "2021-02-03 00:00:00", "/t a"};
+      FtpListEntry e;
+      CheckCase(c, ParseListLine(line, kClock, e), e);
+    }
+  }
 }
 
 // Damaged lines may be taken or refused, but never crash, and an entry that is
