@@ -3,8 +3,8 @@
 // need. Internal to the listing library.
 #pragma once
 
-#include <array>
 #include <cstdint>
+#include <new>
 #include <optional>
 #include <string_view>
 
@@ -36,14 +36,19 @@ struct Token {
 class TokenList {
  public:
   static constexpr size_t kCapacity = 16;
+  TokenList() {}  // the slots stay unset until used: a line has only a few words
   size_t size() const { return m_count; }
   const Token& operator[](size_t i) const { return m_tokens[i]; }
-  const Token* begin() const { return m_tokens.data(); }
-  const Token* end() const { return m_tokens.data() + m_count; }
-  void push_back(const Token& token) { m_tokens[m_count++] = token; }
+  const Token* begin() const { return m_tokens; }
+  const Token* end() const { return m_tokens + m_count; }
+  void push_back(const Token& token) { new (&m_tokens[m_count++]) Token(token); }
 
  private:
-  std::array<Token, kCapacity> m_tokens{};
+  // A union leaves its member unconstructed: zeroing all sixteen slots for
+  // every line of a listing cost more than splitting the line.
+  union {
+    Token m_tokens[kCapacity];
+  };
   size_t m_count = 0;
 };
 

@@ -279,12 +279,22 @@ bool ParseUnixLine(std::string_view line, const ListClock& clock, FtpListEntry& 
   // (any of which a server may leave out).
   constexpr size_t kFirstDateToken = 3;
   constexpr size_t kLastDateToken = 9;
+  // Where the common forms can start. In the usual "links owner group size
+  // Mon DD HH:MM" layout none of them can match at the group or the size: a
+  // date there would need a month or a time in the all-digit size column, or
+  // a time or year (four bytes at least) in one of the two short columns
+  // after it. Those columns are checked, and the search starts at the month,
+  // as it would have ended up there anyway.
+  size_t commonFrom = kFirstDateToken;
+  if (tok.size() > 6 && IsDigits(tok[4].text) && tok[5].text.size() < 4 && tok[6].text.size() < 4)
+    commonFrom = 5;
   DateMatch m;
   size_t dateAt = 0;
   uint64_t size = 0;
   for (std::span<const DateMatcher> forms :
        {std::span<const DateMatcher>(kCommonForms), std::span<const DateMatcher>(kRareForms)}) {
-    for (size_t i = kFirstDateToken; dateAt == 0 && i <= kLastDateToken && i < tok.size(); ++i) {
+    size_t from = forms.data() == kCommonForms ? commonFrom : kFirstDateToken;
+    for (size_t i = from; dateAt == 0 && i <= kLastDateToken && i < tok.size(); ++i) {
       for (DateMatcher match : forms) {
         DateMatch candidate;
         if (!match(tok, i, candidate) || !SizeBefore(tok, i, size)) continue;
