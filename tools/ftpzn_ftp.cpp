@@ -151,7 +151,7 @@ char* PutIsoTime(char* out, const std::optional<int64_t>& t) {
 class LineWriter {
  public:
   ~LineWriter() { Flush(); }
-  void Entry(const FtpListEntry& e) {
+  void Entry(const FtpListEntryView& e) {
     // Type, size, time and three tabs fit in 64 bytes; the name may not.
     if (kSize - m_used < 64 + e.name.size() + 1) {
       Flush();
@@ -175,9 +175,9 @@ class LineWriter {
   }
 
  private:
-  void Unbuffered(const FtpListEntry& e) {
-    FtpListEntry head = e;
-    head.name.clear();
+  void Unbuffered(const FtpListEntryView& e) {
+    FtpListEntryView head = e;
+    head.name = {};
     Entry(head);
     m_used--;  // the line feed comes after the name
     Flush();
@@ -204,7 +204,8 @@ int ParseListFromStdin() {
     size_t space = text.find(' ');
     std::string_view facts = text.substr(0, space == std::string_view::npos ? 0 : space);
     bool mlsd = !facts.empty() && facts.back() == ';' && facts.find('=') != std::string_view::npos;
-    if (mlsd ? ParseMlsdLine(text, entry) : ParseListLine(text, clock, entry)) out->Entry(entry);
+    if (mlsd ? ParseMlsdLine(text, entry) : ParseListLine(text, clock, entry))
+      out->Entry({entry.name, entry.kind, entry.size, entry.mtime, entry.linkTarget});
   }
   free(line);
   return 0;
@@ -280,7 +281,7 @@ int Run(std::vector<std::string> args) {
         bool more = true;
         while (more) {
           more = find->FindNextFile();
-          out->Entry(find->GetEntry());
+          out->Entry(find->GetEntryView());
         }
       }
       find->Close();

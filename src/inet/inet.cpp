@@ -692,6 +692,7 @@ bool CFtpFileFind::FindNextFile() {
     t_lastError = kErrNoMoreFiles;
     return false;
   }
+  DecodeNext();
   ++m_next;
   if (m_next < m_count) return true;
   // The last entry: the enumeration no longer holds the connection.
@@ -700,76 +701,131 @@ bool CFtpFileFind::FindNextFile() {
   return false;
 }
 
+namespace {
+
+constexpr size_t kMaxRecordHead = 1 + 3 * 10 + 10;  // flags, three numbers, a time
+
+char* PutVarint(char* out, uint64_t value) {
+  while (value >= 0x80) {
+    *out++ = static_cast<char>((value & 0x7F) | 0x80);
+    value >>= 7;
+  }
+  *out++ = static_cast<char>(value);
+  return out;
+}
+
+const char* GetVarint(const char* in, uint64_t& value) {
+  value = 0;
+  for (int shift = 0;; shift += 7) {
+    auto byte = static_cast<unsigned char>(*in++);
+    value |= static_cast<uint64_t>(byte & 0x7F) << shift;
+    if (byte < 0x80) return in;
+  }
+}
+
+}  // namespace
+
 void CFtpFileFind::Clear() {
-  m_entryBlocks.clear();
-  m_textBlocks.clear();
-  m_textFree = nullptr;
-  m_textLeft = 0;
+  m_blocks.clear();
+  m_capacity = 0;
+  m_appendTime = 0;
   m_count = 0;
   m_next = 0;
+  m_readBlock = 0;
+  m_readOffset = 0;
+  m_readTime = 0;
+  m_current = {};
   m_unpackedIndex = 0;
 }
 
 void CFtpFileFind::Append(const FtpListEntry& entry) {
-  size_t textSize = entry.name.size() + entry.linkTarget.size();
-  char* text;
-  if (textSize <= m_textLeft) {
-    text = m_textFree;
-    m_textFree += textSize;
-    m_textLeft -= textSize;
-  } else if (textSize > kTextBlock / 4) {
-    // A block of its own: the newest full-size block keeps its free end.
-    m_textBlocks.push_back(std::make_unique_for_overwrite<char[]>(textSize));
-    text = m_textBlocks.back().get();
-  } else {
-    m_textBlocks.push_back(std::make_unique_for_overwrite<char[]>(kTextBlock));
-    text = m_textBlocks.back().get();
-    m_textFree = text + textSize;
-    m_textLeft = kTextBlock - textSize;
+  size_t bound = kMaxRecordHead + entry.name.size() + entry.linkTarget.size();
+  if (m_blocks.empty() || m_capacity - m_blocks.back().used < bound) {
+    // A record never spans two blocks; a huge one gets a block of its size.
+    m_capacity = std::max(kBlockSize, bound);
+    m_blocks.push_back({std::make_unique_for_overwrite<char[]>(m_capacity), 0});
   }
-  std::memcpy(text, entry.name.data(), entry.name.size());
-  std::memcpy(text + entry.name.size(), entry.linkTarget.data(), entry.linkTarget.size());
-  if (m_count % kEntriesPerBlock == 0)
-    m_entryBlocks.push_back(std::make_unique_for_overwrite<PackedEntry[]>(kEntriesPerBlock));
-  m_entryBlocks.back()[m_count % kEntriesPerBlock] = {
-      text,
-      entry.size,
-      entry.mtime.value_or(0),
-      static_cast<uint32_t>(entry.name.size()),
-      static_cast<uint32_t>(entry.linkTarget.size()),
-      entry.kind,
-      entry.mtime.has_value(),
-  };
+  Block& block = m_blocks.back();
+  char* p = block.bytes.get() + block.used;
+  *p++ = static_cast<char>(static_cast<unsigned>(entry.kind) | (entry.mtime ? 4u : 0u));
+  p = PutVarint(p, entry.size);
+  p = PutVarint(p, entry.name.size());
+  p = PutVarint(p, entry.linkTarget.size());
+  if (entry.mtime) {
+    // Zigzag, so that a small step back is a small number too.
+    uint64_t step = static_cast<uint64_t>(*entry.mtime) - static_cast<uint64_t>(m_appendTime);
+    p = PutVarint(p, (step << 1) ^ (0 - (step >> 63)));
+    m_appendTime = *entry.mtime;
+  }
+  std::memcpy(p, entry.name.data(), entry.name.size());
+  p += entry.name.size();
+  std::memcpy(p, entry.linkTarget.data(), entry.linkTarget.size());
+  p += entry.linkTarget.size();
+  block.used = static_cast<size_t>(p - block.bytes.get());
   ++m_count;
 }
 
-const CFtpFileFind::PackedEntry* CFtpFileFind::Current() const {
-  if (m_next == 0 || m_next > m_count) return nullptr;
-  size_t index = m_next - 1;
-  return &m_entryBlocks[index / kEntriesPerBlock][index % kEntriesPerBlock];
+void CFtpFileFind::DecodeNext() {
+  if (m_readOffset == m_blocks[m_readBlock].used) {
+    ++m_readBlock;
+    m_readOffset = 0;
+  }
+  const char* start = m_blocks[m_readBlock].bytes.get() + m_readOffset;
+  const char* p = start;
+  unsigned flags = static_cast<unsigned char>(*p++);
+  uint64_t size = 0, nameLength = 0, linkLength = 0;
+  p = GetVarint(p, size);
+  p = GetVarint(p, nameLength);
+  p = GetVarint(p, linkLength);
+  m_current.kind = static_cast<FtpListEntry::Kind>(flags & 3);
+  m_current.size = size;
+  if (flags & 4) {
+    uint64_t zigzag = 0;
+    p = GetVarint(p, zigzag);
+    uint64_t step = (zigzag >> 1) ^ (0 - (zigzag & 1));
+    m_readTime = static_cast<int64_t>(static_cast<uint64_t>(m_readTime) + step);
+    m_current.mtime = m_readTime;
+  } else {
+    m_current.mtime.reset();
+  }
+  m_current.name = std::string_view(p, nameLength);
+  p += nameLength;
+  m_current.linkTarget = std::string_view(p, linkLength);
+  p += linkLength;
+  m_readOffset += static_cast<size_t>(p - start);
+}
+
+const FtpListEntryView* CFtpFileFind::Current() const {
+  return m_next > 0 && m_next <= m_count ? &m_current : nullptr;
+}
+
+const FtpListEntryView& CFtpFileFind::GetEntryView() const {
+  static const FtpListEntryView none;
+  const FtpListEntryView* e = Current();
+  return e ? *e : none;
 }
 
 const FtpListEntry& CFtpFileFind::GetEntry() const {
   static const FtpListEntry none;
-  const PackedEntry* e = Current();
+  const FtpListEntryView* e = Current();
   if (!e) return none;
   if (m_unpackedIndex != m_next) {
-    m_unpacked.name.assign(e->text, e->nameLength);
-    m_unpacked.linkTarget.assign(e->text + e->nameLength, e->linkLength);
+    m_unpacked.name.assign(e->name);
+    m_unpacked.linkTarget.assign(e->linkTarget);
     m_unpacked.kind = e->kind;
     m_unpacked.size = e->size;
-    m_unpacked.mtime = e->hasTime ? std::optional<int64_t>(e->mtime) : std::nullopt;
+    m_unpacked.mtime = e->mtime;
     m_unpackedIndex = m_next;
   }
   return m_unpacked;
 }
 
 std::wstring CFtpFileFind::GetFileName() const {
-  const PackedEntry* e = Current();
-  return e ? WireToWide(std::string_view(e->text, e->nameLength)) : std::wstring();
+  const FtpListEntryView* e = Current();
+  return e ? WireToWide(e->name) : std::wstring();
 }
 uint64_t CFtpFileFind::GetLength() const {
-  const PackedEntry* e = Current();
+  const FtpListEntryView* e = Current();
   return e ? e->size : 0;
 }
 bool CFtpFileFind::IsDirectory() const {
@@ -778,15 +834,15 @@ bool CFtpFileFind::IsDirectory() const {
 bool CFtpFileFind::IsDots() const { return false; }
 
 bool CFtpFileFind::GetLastWriteTime(uint64_t& fileTime) const {
-  const PackedEntry* e = Current();
+  const FtpListEntryView* e = Current();
   constexpr int64_t kFileTimeEpochOffset = 11644473600;  // seconds from 1601 to 1970
-  if (!e || !e->hasTime || e->mtime < -kFileTimeEpochOffset) return false;
-  fileTime = static_cast<uint64_t>(e->mtime + kFileTimeEpochOffset) * 10000000ull;
+  if (!e || !e->mtime || *e->mtime < -kFileTimeEpochOffset) return false;
+  fileTime = static_cast<uint64_t>(*e->mtime + kFileTimeEpochOffset) * 10000000ull;
   return true;
 }
 
 bool CFtpFileFind::MatchesMask(uint32_t mask) const {
-  const PackedEntry* e = Current();
+  const FtpListEntryView* e = Current();
   if (!e) return false;
   uint32_t attributes = FILE_ATTRIBUTE_NORMAL;
   if (e->kind == FtpListEntry::Kind::Directory) attributes = FILE_ATTRIBUTE_DIRECTORY;

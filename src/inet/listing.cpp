@@ -209,12 +209,22 @@ int MonthFromName(std::string_view word) {
   // Most servers list in English: its words are found without folding into
   // a string and hashing it. The map gives each of them the same month.
   if (word.size() == 3) {
-    static constexpr std::string_view kEnglish = "janfebmaraprmayjunjulaugsepoctnovdec";
-    char folded[3];
-    for (size_t i = 0; i < 3; ++i)
-      folded[i] = word[i] >= 'A' && word[i] <= 'Z' ? static_cast<char>(word[i] + 32) : word[i];
+    // The three bytes as one number, compared with each month's.
+    auto key = [](char a, char b, char c) {
+      auto fold = [](char x) {
+        return static_cast<uint32_t>(static_cast<unsigned char>(x >= 'A' && x <= 'Z' ? x + 32 : x));
+      };
+      return fold(a) << 16 | fold(b) << 8 | fold(c);
+    };
+    static constexpr auto kEnglish = [key] {
+      constexpr std::string_view kNames = "janfebmaraprmayjunjulaugsepoctnovdec";
+      std::array<uint32_t, 12> keys{};
+      for (size_t m = 0; m < 12; ++m) keys[m] = key(kNames[3 * m], kNames[3 * m + 1], kNames[3 * m + 2]);
+      return keys;
+    }();
+    uint32_t folded = key(word[0], word[1], word[2]);
     for (size_t m = 0; m < 12; ++m)
-      if (std::memcmp(kEnglish.data() + 3 * m, folded, 3) == 0) return static_cast<int>(m) + 1;
+      if (kEnglish[m] == folded) return static_cast<int>(m) + 1;
   }
   const auto& words = MonthWords();
   auto it = words.find(FoldCase(word));

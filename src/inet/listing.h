@@ -18,6 +18,16 @@ struct FtpListEntry {
   std::string linkTarget;        // for "name -> target" links
 };
 
+// An entry whose texts are held elsewhere (by a finder, for its current
+// entry): the same fields without copying the name.
+struct FtpListEntryView {
+  std::string_view name;
+  FtpListEntry::Kind kind = FtpListEntry::Kind::File;
+  uint64_t size = 0;
+  std::optional<int64_t> mtime;
+  std::string_view linkTarget;
+};
+
 // Year-less dates ("Jan 10 12:00") need the current time; tests inject it.
 struct ListClock {
   int64_t nowUnix = 0;  // 0: use the real clock
