@@ -232,6 +232,15 @@ int MonthFromName(std::string_view word) {
 }
 
 bool ParseTimeOfDay(std::string_view s, TimeOfDay& out) {
+  // "HH:MM", as nearly every listing line has it, without the general walk.
+  auto digit = [&s](size_t i) { return static_cast<unsigned>(s[i] - '0'); };
+  if (s.size() == 5 && s[2] == ':' && digit(0) <= 9 && digit(1) <= 9 && digit(3) <= 9 && digit(4) <= 9) {
+    int hour = static_cast<int>(digit(0) * 10 + digit(1)),
+        minute = static_cast<int>(digit(3) * 10 + digit(4));
+    if (hour > 23 || minute > 59) return false;
+    out = {hour, minute, 0};
+    return true;
+  }
   if (s.size() < 4 || s.size() > 20) return false;
   size_t colon = s.find(':');
   if (colon == std::string_view::npos || colon == 0 || colon > 2) return false;
@@ -295,9 +304,10 @@ int64_t ClockNow(const ListClock& clock) {
   return clock.nowUnix != 0 ? clock.nowUnix : static_cast<int64_t>(std::time(nullptr));
 }
 
-int YearForYearlessDate(const ListClock& clock, int month, int day, const TimeOfDay& time) {
+namespace {
+
+int YearForYearlessDateUncached(int64_t now, int month, int day, const TimeOfDay& time) {
   constexpr int64_t kSixMonths = 183 * 86400;
-  int64_t now = ClockNow(clock);
   // A listing asks with one "now" for every line: its year is kept.
   thread_local int64_t cachedNow = INT64_MIN;
   thread_local int cachedYear = 0;
@@ -313,6 +323,25 @@ int YearForYearlessDate(const ListClock& clock, int month, int day, const TimeOf
   int64_t candidate = UnixFromCivil(year, month, checkDay, time.hour, time.minute, time.second);
   if (candidate - now > kSixMonths) --year;
   for (int back = 0; back < 8 && !IsValidDate(year, month, day); ++back) --year;
+  return year;
+}
+
+}  // namespace
+
+int YearForYearlessDate(const ListClock& clock, int month, int day, const TimeOfDay& time) {
+  int64_t now = ClockNow(clock);
+  // Neighbouring lines of a listing often share date and time: the answer
+  // for the same question is kept.
+  thread_local struct {
+    int64_t now = INT64_MIN;
+    int month = 0, day = 0, hour = 0, minute = 0, second = 0;
+    int year = 0;
+  } last;
+  if (now == last.now && month == last.month && day == last.day && time.hour == last.hour &&
+      time.minute == last.minute && time.second == last.second)
+    return last.year;
+  int year = YearForYearlessDateUncached(now, month, day, time);
+  last = {now, month, day, time.hour, time.minute, time.second, year};
   return year;
 }
 
