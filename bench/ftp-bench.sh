@@ -2,6 +2,7 @@
 # Side-by-side FTP benchmark on loopback: ftpzn-ftp against curl and lftp,
 # all against the same vsftpd in the same run, files on tmpfs.
 #   bench/ftp-bench.sh [BUILD_DIR]     (default: build)
+# Settings: RUNS, SIZE_MB (file size), ENTRIES (listing), BASELINE.
 # Prints the best of RUNS runs per client and our ratio to the best peer.
 # Needs root (the test servers do). Not part of ./test.sh.
 set -euo pipefail
@@ -10,6 +11,7 @@ BUILD=${1:-build}
 RUNS=${RUNS:-5}
 SIZE_MB=${SIZE_MB:-1024}
 ENTRIES=${ENTRIES:-100000}
+BASELINE=${BASELINE:-}  # another ftpzn-ftp (an older build) to list beside this one
 FTP=$BUILD/tools/ftpzn-ftp
 FTPD=$BUILD/tests/support/ftpzn-test-ftpd
 for tool in "$FTP" "$FTPD"; do
@@ -93,10 +95,30 @@ check_same "$WORK/upload-src" "$ROOT/up/curl" curl; rm -f "$ROOT/up/curl"
 R[put_lftp]=$(best lftp -c "$LFTP_SETUP; put $WORK/upload-src -o up/lftp")
 check_same "$WORK/upload-src" "$ROOT/up/lftp" lftp; rm -f "$ROOT/up/lftp"
 
-echo "listing of $ENTRIES entries (best of $RUNS)"
-R[ls_ftpzn]=$(best "$FTP" ls "$URL/list/")
-R[ls_curl]=$(best curl -s "$URL/list/")
-R[ls_lftp]=$(best lftp -c "$LFTP_SETUP; ls list/")  # lftp's ls prints the raw LIST
+echo "listing of $ENTRIES entries (best of $RUNS, clients taking turns)"
+# The server's time to build a long listing drifts between runs: each round
+# runs every client once, so that no client gets only the slow rounds.
+LS_CLIENTS=(ftpzn curl lftp)
+[ -n "$BASELINE" ] && LS_CLIENTS+=(baseline)
+ls_once() {
+  case $1 in
+    ftpzn) timed "$FTP" ls "$URL/list/" ;;
+    baseline) timed "$BASELINE" ls "$URL/list/" ;;
+    curl) timed curl -s "$URL/list/" ;;
+    lftp) timed lftp -c "$LFTP_SETUP; ls list/" ;;  # lftp's ls prints the raw LIST
+  esac
+}
+for client in "${LS_CLIENTS[@]}"; do R[ls_$client]=fail; done
+for _ in $(seq "$RUNS"); do
+  for client in "${LS_CLIENTS[@]}"; do
+    t=$(ls_once "$client")
+    if [ "$t" = fail ]; then
+      echo "  failed: $client ls : $(head -c 300 "$WORK/last.err")" >&2
+    elif [ "${R[ls_$client]}" = fail ] || (($(echo "$t < ${R[ls_$client]}" | bc -l))); then
+      R[ls_$client]=$t
+    fi
+  done
+done
 n=$("$FTP" ls "$URL/list/" | wc -l)
 [ "$n" = "$ENTRIES" ] || echo "  WARNING: ftpzn-ftp ls printed $n lines" >&2
 
@@ -113,4 +135,6 @@ for op in get put; do
 done
 printf "%-28s %9ss %9ss %9ss   %sx\n" "ls $ENTRIES (parsed vs raw)" "${R[ls_ftpzn]}" "${R[ls_curl]}" \
   "${R[ls_lftp]}" "$(ratio "$(min "${R[ls_curl]}" "${R[ls_lftp]}")" "${R[ls_ftpzn]}")"
+[ -n "$BASELINE" ] && printf "%-28s %9ss   this build %sx the baseline's speed\n" "ls $ENTRIES, baseline" \
+  "${R[ls_baseline]}" "$(ratio "${R[ls_baseline]}" "${R[ls_ftpzn]}")"
 echo "(ratio > 1: ftpzn-ftp faster than the best peer)"
