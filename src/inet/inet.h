@@ -275,8 +275,9 @@ class CFtpFileFind {
   bool IsDirectory() const;
   bool IsDots() const;  // always false: dots are never returned
   bool MatchesMask(uint32_t mask) const;
-  // The entry as parsed (name in wire bytes), for tools; the view is valid
-  // until the next FindNextFile or FindFile and costs no copy.
+  // The current entry as parsed (name in wire bytes), for tools. Either
+  // describes the current entry until the next FindNextFile or FindFile (not
+  // the entry it was taken at); the view costs no copy.
   const FtpListEntry& GetEntry() const;
   const FtpListEntryView& GetEntryView() const;
   void Close();
