@@ -32,25 +32,13 @@ using ftpzn::test::ExpectedDialog;
 using ftpzn::testing::FtpServerKind;
 using ftpzn::testing::FtpTestServer;
 
-struct Served {
-  std::string root;
-  std::unique_ptr<FtpTestServer> server;
-  std::string error;
-};
-
-Served& ServerFor(FtpServerKind kind) {
-  static std::map<FtpServerKind, Served> servers;
-  Served& s = servers[kind];
-  if (s.server || !s.error.empty()) return s;
-  s.root =
-      ftpzn::testing::MakeScratchDir(std::string("ftpzn-connect-") + ftpzn::testing::FtpServerName(kind));
-  fs::create_directories(s.root + "/pub/data");
-  fs::create_directories(s.root + "/pub/empty");
-  for (const char* name : {"a.txt", "b.bin"}) std::ofstream(s.root + "/pub/" + name) << name;
-  std::ofstream(s.root + "/pub/data/inside.txt") << "inside";
-  ftpzn::testing::GiveToTestAccount(s.root);
-  s.server = FtpTestServer::Start(kind, s.root, s.error);
-  return s;
+ftpzn::testing::SharedFtpServer& ServerFor(FtpServerKind kind) {
+  return ftpzn::testing::SharedServer(kind, "ftpzn-connect-", [](const std::string& root) {
+    fs::create_directories(root + "/pub/data");
+    fs::create_directories(root + "/pub/empty");
+    for (const char* name : {"a.txt", "b.bin"}) std::ofstream(root + "/pub/" + name) << name;
+    std::ofstream(root + "/pub/data/inside.txt") << "inside";
+  });
 }
 
 // What the user types into "FTP Sites" before pressing Connect.
@@ -113,7 +101,7 @@ int EstablishedOn(uint16_t port) {
 class ConnectTest : public testing::TestWithParam<FtpServerKind> {
  protected:
   void SetUp() override {
-    Served& served = ServerFor(GetParam());
+    ftpzn::testing::SharedFtpServer& served = ServerFor(GetParam());
     ASSERT_TRUE(served.server) << "cannot start " << ftpzn::testing::FtpServerName(GetParam()) << ": "
                                << served.error;
     m_port = served.server->Port();

@@ -38,19 +38,6 @@ std::string ReadLocal(const std::string& path) {
   return std::string(std::istreambuf_iterator<char>(in), {});
 }
 
-// One server per kind for the whole binary, over a tree made before it
-// starts: each test works in a directory of its own.
-struct Served {
-  std::string root;
-  std::unique_ptr<FtpTestServer> server;
-  std::string error;
-};
-
-std::map<FtpServerKind, Served>& Servers() {
-  static std::map<FtpServerKind, Served> servers;
-  return servers;
-}
-
 void BuildTree(const std::string& root) {
   mkdir((root + "/empty").c_str(), 0755);
   mkdir((root + "/many").c_str(), 0755);
@@ -69,32 +56,16 @@ void BuildTree(const std::string& root) {
   }
 }
 
-Served& ServerFor(FtpServerKind kind) {
-  auto& servers = Servers();
-  auto it = servers.find(kind);
-  if (it != servers.end()) return it->second;
-  Served& s = servers[kind];
-  s.root = testing::MakeScratchDir(std::string("ftpzn-root-") + testing::FtpServerName(kind));
-  BuildTree(s.root);
-  s.server = FtpTestServer::Start(kind, s.root, s.error);
-  return s;
+// One server per kind for the whole binary, over a tree made before it
+// starts: each test works in a directory of its own.
+testing::SharedFtpServer& ServerFor(FtpServerKind kind) {
+  return testing::SharedServer(kind, "ftpzn-root-", BuildTree);
 }
-
-class StopServers : public ::testing::Environment {
- public:
-  void TearDown() override {
-    for (auto& [kind, s] : Servers()) {
-      if (s.server) s.server->Stop();
-      testing::RemoveTree(s.root);
-    }
-  }
-};
-const auto* const kStopServers = ::testing::AddGlobalTestEnvironment(new StopServers);
 
 class ServerTest : public ::testing::TestWithParam<FtpServerKind> {
  protected:
   void SetUp() override {
-    Served& s = ServerFor(GetParam());
+    testing::SharedFtpServer& s = ServerFor(GetParam());
     ASSERT_TRUE(s.server) << "cannot start " << testing::FtpServerName(GetParam()) << ": " << s.error;
     m_server = s.server.get();
     m_root = s.root;

@@ -37,51 +37,24 @@ using ftpzn::testing::FtpServerKind;
 using ftpzn::testing::FtpTestServer;
 using namespace std::string_literals;
 
-// One server per kind for the whole binary; each test works in a directory
-// of its own under the root, named after the test.
-struct Served {
-  std::string root;
-  std::unique_ptr<FtpTestServer> server;
-  std::string error;
-};
-
-std::map<FtpServerKind, Served>& Servers() {
-  static std::map<FtpServerKind, Served> servers;
-  return servers;
-}
-
 void WriteFile(const fs::path& path, const std::string& bytes = "x") {
   std::ofstream(path, std::ios::binary | std::ios::trunc) << bytes;
 }
 
-Served& ServerFor(FtpServerKind kind) {
-  Served& s = Servers()[kind];
-  if (s.server || !s.error.empty()) return s;
-  s.root = ftpzn::testing::MakeScratchDir(std::string("ftpzn-remote-") + ftpzn::testing::FtpServerName(kind));
-  // A /pub for going up to the root, and a few hundred names to look at.
-  fs::create_directories(fs::path(s.root) / "pub/data");
-  fs::create_directories(fs::path(s.root) / "many");
-  for (int i = 0; i < 300; ++i) {
-    WriteFile(fs::path(s.root) / "many" / wxString::Format("report-%03d.txt", i).ToStdString(),
-              std::string(static_cast<size_t>(i) * 100, 'r'));
-  }
-  fs::create_directories(fs::path(s.root) / "many/archive");
-  ftpzn::testing::GiveToTestAccount(s.root);
-  s.server = FtpTestServer::Start(kind, s.root, s.error);
-  if (!s.server && s.error.empty()) s.error = "no reason given";
-  return s;
-}
-
-class StopServers : public ::testing::Environment {
- public:
-  void TearDown() override {
-    for (auto& [kind, s] : Servers()) {
-      if (s.server) s.server->Stop();
-      ftpzn::testing::RemoveTree(s.root);
+// One server per kind for the whole binary; each test works in a directory
+// of its own under the root, named after the test.
+ftpzn::testing::SharedFtpServer& ServerFor(FtpServerKind kind) {
+  return ftpzn::testing::SharedServer(kind, "ftpzn-remote-", [](const std::string& root) {
+    // A /pub for going up to the root, and a few hundred names to look at.
+    fs::create_directories(fs::path(root) / "pub/data");
+    fs::create_directories(fs::path(root) / "many");
+    for (int i = 0; i < 300; ++i) {
+      WriteFile(fs::path(root) / "many" / wxString::Format("report-%03d.txt", i).ToStdString(),
+                std::string(static_cast<size_t>(i) * 100, 'r'));
     }
-  }
-};
-const auto* const kStopServers = ::testing::AddGlobalTestEnvironment(new StopServers);
+    fs::create_directories(fs::path(root) / "many/archive");
+  });
+}
 
 std::string KindName(const ::testing::TestParamInfo<FtpServerKind>& info) {
   std::string name = ftpzn::testing::FtpServerName(info.param);
@@ -121,7 +94,7 @@ void ChooseFile(const std::string& path, std::function<void(wxFileDialog*)> insp
 class RemotePane : public ::testing::TestWithParam<FtpServerKind> {
  protected:
   void SetUp() override {
-    Served& s = ServerFor(GetParam());
+    ftpzn::testing::SharedFtpServer& s = ServerFor(GetParam());
     ASSERT_TRUE(s.server) << "cannot start " << ftpzn::testing::FtpServerName(GetParam()) << ": " << s.error;
     m_root = s.root;
     std::string name = ::testing::UnitTest::GetInstance()->current_test_info()->name();

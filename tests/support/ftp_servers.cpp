@@ -19,6 +19,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <map>
 #include <mutex>
 #include <sstream>
 #include <thread>
@@ -407,5 +408,28 @@ void FtpTestServer::Stop() {
 }
 
 FtpTestServer::~FtpTestServer() { Stop(); }
+
+SharedFtpServer& SharedServer(FtpServerKind kind, const std::string& prefix,
+                              const std::function<void(const std::string& root)>& populate) {
+  // Stops every shared server and removes its root at exit.
+  struct Registry {
+    std::map<FtpServerKind, SharedFtpServer> servers;
+    ~Registry() {
+      for (auto& [k, s] : servers) {
+        if (s.server) s.server->Stop();
+        if (!s.root.empty()) RemoveTree(s.root);
+      }
+    }
+  };
+  static Registry registry;
+  auto it = registry.servers.find(kind);
+  if (it != registry.servers.end()) return it->second;
+  SharedFtpServer& s = registry.servers[kind];
+  s.root = MakeScratchDir(prefix + FtpServerName(kind));
+  if (populate) populate(s.root);
+  s.server = FtpTestServer::Start(kind, s.root, s.error);
+  if (!s.server && s.error.empty()) s.error = "no reason given";
+  return s;
+}
 
 }  // namespace ftpzn::testing

@@ -7,6 +7,7 @@
 #include <sys/types.h>
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -54,6 +55,18 @@ class FtpTestServer {
   pid_t m_pid = -1;
   std::string m_workDir;
 };
+
+// One server of a kind for a whole test binary, over a scratch root that
+// `populate` fills before the server starts. Started on first use, stopped
+// and its root removed when the process ends; a failed start is remembered
+// with its reason in `error` (and `server` stays null).
+struct SharedFtpServer {
+  std::string root;
+  std::unique_ptr<FtpTestServer> server;
+  std::string error;
+};
+SharedFtpServer& SharedServer(FtpServerKind kind, const std::string& prefix,
+                              const std::function<void(const std::string& root)>& populate);
 
 // Gives every file under `path` to the test account.
 void GiveToTestAccount(const std::string& path);
