@@ -98,7 +98,7 @@ wxBEGIN_EVENT_TABLE(CDlgFTPMainWnd, wxFrame)
   EVT_MENU(ID_SELECT_FILES, CDlgFTPMainWnd::OnSelectAll)
   EVT_MENU(ID_SELECT_GROUPS, CDlgFTPMainWnd::OnSelectAll)
   EVT_MENU(ID_INVERT_SELECTION, CDlgFTPMainWnd::OnInvertSelection)
-  EVT_MENU(ID_LOCAL_NEW_DIRECTORY, CDlgFTPMainWnd::OnLocalNewDirectory)
+  EVT_MENU(::ID_LOCAL_NEW_DIRECTORY, CDlgFTPMainWnd::OnLocalNewDirectory)
   EVT_MENU(ID_BOOKMARK_MICROSOFT, CDlgFTPMainWnd::OnBookmarkMicrosoft)
   EVT_MENU(ID_BOOKMARK_FILE_EXPLORE, CDlgFTPMainWnd::OnBookmarkFileExplore)
   EVT_CLOSE(CDlgFTPMainWnd::OnClose)
@@ -463,7 +463,7 @@ void CDlgFTPMainWnd::OnInvertSelection(wxCommandEvent&) {
 
 void CDlgFTPMainWnd::OnLocalNewDirectory(wxCommandEvent&) {
   if (!m_ctrlLocal.GetHandle()) return;
-  wxCommandEvent command(wxEVT_MENU, ID_LOCAL_NEW_DIRECTORY);
+  wxCommandEvent command(wxEVT_MENU, ::ID_LOCAL_NEW_DIRECTORY);
   command.SetEventObject(&m_ctrlLocal);
   m_ctrlLocal.ProcessWindowEventLocally(command);
 }

@@ -48,36 +48,33 @@ bool LoadSites(ByteSource& source, std::vector<CFtpSite>& sites, SiteFileReport*
   SiteFileReport& r = report ? *report : local;
   r = SiteFileReport{};
   Archive ar(source);
-  try {
-    if (ar.ReadString() != kSitesMagic) {
-      r.outcome = SiteFileReport::wrongMagic;
+  // Runs one read; a file that ends inside it reports `atEnd`, a failing
+  // read reports damage with the error.
+  const auto read = [&r](SiteFileReport::Outcome atEnd, auto&& step) {
+    try {
+      step();
       return true;
+    } catch (const ArchiveException&) {
+      r.outcome = atEnd;
+      r.endOfFile = true;
+    } catch (const FileException& e) {
+      r.outcome = SiteFileReport::damaged;
+      r.error = e.Error();
     }
-  } catch (const ArchiveException&) {
+    return false;
+  };
+  bool magic = false;
+  if (!read(SiteFileReport::wrongMagic, [&] { magic = ar.ReadString() == kSitesMagic; })) return false;
+  if (!magic) {
     r.outcome = SiteFileReport::wrongMagic;
-    r.endOfFile = true;
-    return false;
-  } catch (const FileException& e) {
-    r.outcome = SiteFileReport::damaged;
-    r.error = e.Error();
-    return false;
+    return true;
   }
   // The record list ends where the read buffer runs dry, whatever the file
   // still holds: a record ending exactly on the buffer's edge ends the list.
   while (!ar.IsBufferEmpty()) {
     r.stopOffset = ar.Position();
     CFtpSite site;
-    try {
-      site.Serialize(ar);
-    } catch (const ArchiveException&) {
-      r.outcome = SiteFileReport::damaged;
-      r.endOfFile = true;
-      return false;
-    } catch (const FileException& e) {
-      r.outcome = SiteFileReport::damaged;
-      r.error = e.Error();
-      return false;
-    }
+    if (!read(SiteFileReport::damaged, [&] { site.Serialize(ar); })) return false;
     sites.push_back(site);
     ++r.records;
   }
