@@ -3,12 +3,13 @@
 # all against the same vsftpd in the same run, files on tmpfs.
 #   bench/ftp-bench.sh [BUILD_DIR]     (default: build)
 # Settings: RUNS, SIZE_MB (file size), ENTRIES (listing), BASELINE.
-# Prints the best of RUNS runs per client and our ratio to the best peer.
+# Prints the best and the median of RUNS runs per client and our ratio to
+# the best peer.
 # Needs root (the test servers do). Not part of ./test.sh.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 BUILD=${1:-build}
-RUNS=${RUNS:-5}
+RUNS=${RUNS:-7}
 SIZE_MB=${SIZE_MB:-1024}
 ENTRIES=${ENTRIES:-100000}
 BASELINE=${BASELINE:-}  # another ftpzn-ftp (an older build) to list beside this one
@@ -64,77 +65,119 @@ timed() {
   fi
 }
 
-best() {  # best (lowest) time of RUNS runs of the command
-  local b="" t
-  for _ in $(seq "$RUNS"); do
-    t=$(timed "$@")
-    [ "$t" = fail ] && { echo "  failed: $* : $(head -c 300 "$WORK/last.err")" >&2; continue; }
-    if [ -z "$b" ] || (($(echo "$t < $b" | bc -l))); then b=$t; fi
-  done
-  echo "${b:-fail}"
+# This virtual machine hands freed memory back to its host, and the first
+# touch of such memory costs several times the copy into it: a run that
+# happened to get such pages took up to three times as long as the run
+# before it. Writing and removing a file as big as the transfer just before
+# a run gives every client recently used memory to write into.
+settle() {
+  head -c $((SIZE_MB * 1024 * 1024 + 64 * 1024 * 1024)) /dev/zero >"$WORK/settle"
+  rm -f "$WORK/settle"
 }
 
+# One run of one client; the file it is about to write is removed first, so
+# that no run pays for truncating the last run's gigabyte.
+run_once() {  # OP CLIENT
+  case $1/$2 in
+    get/*) rm -f "$OUT/$2"; settle ;;
+    put/*) rm -f "$ROOT/up/$2"; settle ;;
+  esac
+  case $1/$2 in
+    get/ftpzn) timed "$FTP" get "$URL/big" "$OUT/ftpzn" ;;
+    get/curl) timed curl -s -o "$OUT/curl" "$URL/big" ;;
+    get/lftp) timed lftp -c "$LFTP_SETUP; get big -o $OUT/lftp" ;;
+    put/ftpzn) timed "$FTP" put "$WORK/upload-src" "$URL/up/ftpzn" ;;
+    put/curl) timed curl -s -T "$WORK/upload-src" "$URL/up/curl" ;;
+    put/lftp) timed lftp -c "$LFTP_SETUP; put $WORK/upload-src -o up/lftp" ;;
+    ls/ftpzn) timed "$FTP" ls "$URL/list/" ;;
+    ls/baseline) timed "$BASELINE" ls "$URL/list/" ;;
+    ls/curl) timed curl -s "$URL/list/" ;;
+    ls/lftp) timed lftp -c "$LFTP_SETUP; ls list/" ;;  # lftp's ls prints the raw LIST
+  esac
+}
+
+# This shared machine's speed drifts from second to second, more than the
+# clients differ: each round runs every client once, so that no client gets
+# only the slow rounds, and the median is reported beside the best.
+declare -A T  # OP_CLIENT -> its times in round order, one per line ("fail" for a failed run)
+rounds() {  # OP CLIENT...
+  local op=$1 client t round turn
+  shift
+  local clients=("$@") n=$#
+  declare -A this
+  for client in "$@"; do T[${op}_$client]=""; done
+  for round in $(seq "$RUNS"); do
+    # Each round starts with the next client, so none always goes first.
+    for turn in $(seq 0 $((n - 1))); do
+      client=${clients[$(((round + turn) % n))]}
+      this[$client]=$(run_once "$op" "$client")
+      [ "${this[$client]}" = fail ] && echo "  failed: $op $client : $(head -c 300 "$WORK/last.err")" >&2
+    done
+    for client in "$@"; do T[${op}_$client]+="${this[$client]}"$'\n'; done
+  done
+}
+times() { printf "%s" "${T[$1]}" | grep -v fail | sort -g; }
+best() { local v; v=$(times "$1" | head -1); echo "${v:-fail}"; }
+median() {
+  local v
+  v=$(times "$1" | awk '{v[NR] = $1} END {if (NR) print (NR % 2) ? v[(NR + 1) / 2] : (v[NR / 2] + v[NR / 2 + 1]) / 2}')
+  echo "${v:-fail}"
+}
+# The median over rounds of (best peer's time in the round / ours): runs next
+# to each other see the same machine, so this is the steadiest comparison.
+paired() {  # OP
+  paste <(printf "%s" "${T[${1}_ftpzn]}") <(printf "%s" "${T[${1}_curl]}") <(printf "%s" "${T[${1}_lftp]}") |
+    awk '$1 != "fail" && ($2 != "fail" || $3 != "fail") {
+           peer = ($2 == "fail" || ($3 != "fail" && $3 < $2)) ? $3 : $2
+           r[++n] = peer / $1
+         }
+         END {
+           if (!n) { print "-"; exit }
+           for (i = 1; i <= n; i++) for (j = i + 1; j <= n; j++) if (r[j] < r[i]) { t = r[i]; r[i] = r[j]; r[j] = t }
+           printf "%.2f\n", (n % 2) ? r[(n + 1) / 2] : (r[n / 2] + r[n / 2 + 1]) / 2
+         }'
+}
 check_same() {
   cmp -s "$1" "$2" || echo "  WARNING: $3 produced a different file" >&2
 }
 
-declare -A R
-echo "download ${SIZE_MB} MiB (best of $RUNS)"
-R[get_ftpzn]=$(best "$FTP" get "$URL/big" "$OUT/ftpzn")
-check_same "$ROOT/big" "$OUT/ftpzn" ftpzn-ftp; rm -f "$OUT/ftpzn"
-R[get_curl]=$(best curl -s -o "$OUT/curl" "$URL/big")
-check_same "$ROOT/big" "$OUT/curl" curl; rm -f "$OUT/curl"
-R[get_lftp]=$(best lftp -c "$LFTP_SETUP; get big -o $OUT/lftp")
-check_same "$ROOT/big" "$OUT/lftp" lftp; rm -f "$OUT/lftp"
-
-echo "upload ${SIZE_MB} MiB (best of $RUNS)"
-R[put_ftpzn]=$(best "$FTP" put "$WORK/upload-src" "$URL/up/ftpzn")
-check_same "$WORK/upload-src" "$ROOT/up/ftpzn" ftpzn-ftp; rm -f "$ROOT/up/ftpzn"
-R[put_curl]=$(best curl -s -T "$WORK/upload-src" "$URL/up/curl")
-check_same "$WORK/upload-src" "$ROOT/up/curl" curl; rm -f "$ROOT/up/curl"
-R[put_lftp]=$(best lftp -c "$LFTP_SETUP; put $WORK/upload-src -o up/lftp")
-check_same "$WORK/upload-src" "$ROOT/up/lftp" lftp; rm -f "$ROOT/up/lftp"
-
-echo "listing of $ENTRIES entries (best of $RUNS, clients taking turns)"
-# The server's time to build a long listing drifts between runs: each round
-# runs every client once, so that no client gets only the slow rounds.
+echo "download ${SIZE_MB} MiB ($RUNS rounds, clients taking turns)"
+rounds get ftpzn curl lftp
+for client in ftpzn curl lftp; do check_same "$ROOT/big" "$OUT/$client" "$client get"; rm -f "$OUT/$client"; done
+echo "upload ${SIZE_MB} MiB ($RUNS rounds, clients taking turns)"
+rounds put ftpzn curl lftp
+for client in ftpzn curl lftp; do check_same "$WORK/upload-src" "$ROOT/up/$client" "$client put"; rm -f "$ROOT/up/$client"; done
+echo "listing of $ENTRIES entries ($RUNS rounds, clients taking turns)"
 LS_CLIENTS=(ftpzn curl lftp)
 [ -n "$BASELINE" ] && LS_CLIENTS+=(baseline)
-ls_once() {
-  case $1 in
-    ftpzn) timed "$FTP" ls "$URL/list/" ;;
-    baseline) timed "$BASELINE" ls "$URL/list/" ;;
-    curl) timed curl -s "$URL/list/" ;;
-    lftp) timed lftp -c "$LFTP_SETUP; ls list/" ;;  # lftp's ls prints the raw LIST
-  esac
-}
-for client in "${LS_CLIENTS[@]}"; do R[ls_$client]=fail; done
-for _ in $(seq "$RUNS"); do
-  for client in "${LS_CLIENTS[@]}"; do
-    t=$(ls_once "$client")
-    if [ "$t" = fail ]; then
-      echo "  failed: $client ls : $(head -c 300 "$WORK/last.err")" >&2
-    elif [ "${R[ls_$client]}" = fail ] || (($(echo "$t < ${R[ls_$client]}" | bc -l))); then
-      R[ls_$client]=$t
-    fi
-  done
-done
+rounds ls "${LS_CLIENTS[@]}"
 n=$("$FTP" ls "$URL/list/" | wc -l)
 [ "$n" = "$ENTRIES" ] || echo "  WARNING: ftpzn-ftp ls printed $n lines" >&2
 
 rate() { [ "$1" = fail ] && echo fail || echo "scale=0; $SIZE_MB / $1" | bc -l; }
 ratio() { { [ "$1" = fail ] || [ "$2" = fail ]; } && echo "-" || echo "scale=2; $1 / $2" | bc -l; }
 min() { if [ "$1" = fail ]; then echo "$2"; elif [ "$2" = fail ]; then echo "$1"; elif (($(echo "$1 < $2" | bc -l))); then echo "$1"; else echo "$2"; fi; }
+secs() { [ "$1" = fail ] && echo fail || printf "%.4f" "$1"; }
 
 echo
-printf "%-28s %10s %10s %10s   %s\n" "" ftpzn-ftp curl lftp "ftpzn vs best peer"
-for op in get put; do
-  peer=$(min "${R[${op}_curl]}" "${R[${op}_lftp]}")
-  printf "%-28s %7s MiB/s %5s MiB/s %5s MiB/s   %sx\n" "$op ${SIZE_MB} MiB" "$(rate "${R[${op}_ftpzn]}")" \
-    "$(rate "${R[${op}_curl]}")" "$(rate "${R[${op}_lftp]}")" "$(ratio "$peer" "${R[${op}_ftpzn]}")"
+printf "%-30s %12s %12s %12s   %s\n" "" ftpzn-ftp curl lftp "ftpzn vs best peer"
+for stat in best median; do
+  for op in get put; do
+    us=$($stat "${op}_ftpzn")
+    peer=$(min "$($stat "${op}_curl")" "$($stat "${op}_lftp")")
+    printf "%-30s %6s MiB/s %6s MiB/s %6s MiB/s   %sx\n" "$op ${SIZE_MB} MiB, $stat" "$(rate "$us")" \
+      "$(rate "$($stat "${op}_curl")")" "$(rate "$($stat "${op}_lftp")")" "$(ratio "$peer" "$us")"
+  done
+  us=$($stat ls_ftpzn)
+  peer=$(min "$($stat ls_curl)" "$($stat ls_lftp)")
+  printf "%-30s %11ss %11ss %11ss   %sx\n" "ls $ENTRIES parsed vs raw, $stat" "$(secs "$us")" \
+    "$(secs "$($stat ls_curl)")" "$(secs "$($stat ls_lftp)")" "$(ratio "$peer" "$us")"
+  if [ -n "$BASELINE" ]; then
+    printf "%-30s %11ss   this build %sx the baseline's speed\n" "ls $ENTRIES baseline, $stat" \
+      "$(secs "$($stat ls_baseline)")" "$(ratio "$($stat ls_baseline)" "$us")"
+  fi
 done
-printf "%-28s %9ss %9ss %9ss   %sx\n" "ls $ENTRIES (parsed vs raw)" "${R[ls_ftpzn]}" "${R[ls_curl]}" \
-  "${R[ls_lftp]}" "$(ratio "$(min "${R[ls_curl]}" "${R[ls_lftp]}")" "${R[ls_ftpzn]}")"
-[ -n "$BASELINE" ] && printf "%-28s %9ss   this build %sx the baseline's speed\n" "ls $ENTRIES, baseline" \
-  "${R[ls_baseline]}" "$(ratio "${R[ls_baseline]}" "${R[ls_ftpzn]}")"
+for op in get put ls; do
+  printf "%-72s   %sx\n" "$op, median of the rounds' own ratios" "$(paired "$op")"
+done
 echo "(ratio > 1: ftpzn-ftp faster than the best peer)"

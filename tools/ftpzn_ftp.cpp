@@ -330,40 +330,24 @@ int Run(std::vector<std::string> args) {
       std::string base = args[0].substr(args[0].rfind('/') == std::string::npos ? 0 : args[0].rfind('/') + 1);
       remote += WireToWide(base);
     }
-    // A regular file is mapped, so its blocks reach the engine without a
-    // stdio copy on the way; anything else is read in blocks.
-    const char* mapped = nullptr;
-    size_t size = S_ISREG(st.st_mode) ? static_cast<size_t>(st.st_size) : 0;
-    if (size > 0) {
-      void* p = mmap(nullptr, size, PROT_READ, MAP_PRIVATE, in.Get(), 0);
-      if (p != MAP_FAILED) {
-        madvise(p, size, MADV_SEQUENTIAL);
-        mapped = static_cast<const char*>(p);
-      }
-    }
+    // The file is read in large pieces, handed on in blocks: a mapping would
+    // cost a page fault every few blocks and a long munmap at the end.
     try {
       auto file = c->OpenFile(remote, GENERIC_WRITE, FTP_TRANSFER_TYPE_BINARY);
-      if (mapped) {
-        for (size_t at = 0; at < size; at += kBlock) {
-          file->Write(mapped + at, static_cast<uint32_t>(std::min<size_t>(kBlock, size - at)));
-        }
-      } else if (!S_ISREG(st.st_mode) || st.st_size > 0) {
-        char block[kBlock];
-        for (;;) {
-          ssize_t n = read(in.Get(), block, kBlock);
-          if (n < 0 && errno == EINTR) continue;
-          if (n < 0) throw Failure{"cannot read " + args[0] + ": " + std::strerror(errno)};
-          if (n == 0) break;
-          file->Write(block, static_cast<uint32_t>(n));
-        }
+      std::vector<char> local(256 * 1024);
+      for (;;) {
+        ssize_t n = read(in.Get(), local.data(), local.size());
+        if (n < 0 && errno == EINTR) continue;
+        if (n < 0) throw Failure{"cannot read " + args[0] + ": " + std::strerror(errno)};
+        if (n == 0) break;
+        for (ssize_t at = 0; at < n; at += kBlock)
+          file->Write(local.data() + at, static_cast<uint32_t>(std::min<ssize_t>(kBlock, n - at)));
       }
       file->Close();
       Check(GetLastError() == 0);
     } catch (const CInternetException& e) {
-      if (mapped) munmap(const_cast<char*>(mapped), size);
       EngineFailure(e.m_dwError);
     }
-    if (mapped) munmap(const_cast<char*>(mapped), size);
   }
   c->Close();
   return 0;
