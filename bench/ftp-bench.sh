@@ -2,7 +2,8 @@
 # Side-by-side FTP benchmark on loopback: ftpzn-ftp against curl and lftp,
 # all against the same vsftpd in the same run, files on tmpfs.
 #   bench/ftp-bench.sh [BUILD_DIR]     (default: build)
-# Settings: RUNS, SIZE_MB (file size), ENTRIES (listing), BASELINE.
+# Settings: RUNS, SIZE_MB (file size), ENTRIES (listing), BASELINE,
+# SHOW_ROUNDS=1 (print every round's times).
 # Prints the best and the median of RUNS runs per client and our ratio to
 # the best peer.
 # Needs root (the test servers do). Not part of ./test.sh.
@@ -13,6 +14,7 @@ RUNS=${RUNS:-7}
 SIZE_MB=${SIZE_MB:-1024}
 ENTRIES=${ENTRIES:-100000}
 BASELINE=${BASELINE:-}  # another ftpzn-ftp (an older build) to list beside this one
+SHOW_ROUNDS=${SHOW_ROUNDS:-}
 FTP=$BUILD/tools/ftpzn-ftp
 FTPD=$BUILD/tests/support/ftpzn-test-ftpd
 for tool in "$FTP" "$FTPD"; do
@@ -114,6 +116,10 @@ rounds() {  # OP CLIENT...
       [ "${this[$client]}" = fail ] && echo "  failed: $op $client : $(head -c 300 "$WORK/last.err")" >&2
     done
     for client in "$@"; do T[${op}_$client]+="${this[$client]}"$'\n'; done
+    if [ -n "$SHOW_ROUNDS" ]; then
+      for client in "$@"; do printf "  %s %s" "$client" "${this[$client]:0:6}"; done
+      echo
+    fi
   done
 }
 times() { printf "%s" "${T[$1]}" | grep -v fail | sort -g; }

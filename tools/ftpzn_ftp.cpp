@@ -330,11 +330,13 @@ int Run(std::vector<std::string> args) {
       std::string base = args[0].substr(args[0].rfind('/') == std::string::npos ? 0 : args[0].rfind('/') + 1);
       remote += WireToWide(base);
     }
-    // The file is read in large pieces, handed on in blocks: a mapping would
-    // cost a page fault every few blocks and a long munmap at the end.
+    // The file is read in pieces handed on in blocks: a mapping would cost a
+    // page fault every few blocks and a long munmap at the end. Pieces of
+    // 64 KiB keep the piece and the engine's buffer in the core's cache while
+    // they are copied; 256 KiB pieces were measurably slower.
     try {
       auto file = c->OpenFile(remote, GENERIC_WRITE, FTP_TRANSFER_TYPE_BINARY);
-      std::vector<char> local(256 * 1024);
+      std::vector<char> local(64 * 1024);
       for (;;) {
         ssize_t n = read(in.Get(), local.data(), local.size());
         if (n < 0 && errno == EINTR) continue;
