@@ -3,7 +3,7 @@
 # all against the same vsftpd in the same run, files on tmpfs.
 #   bench/ftp-bench.sh [BUILD_DIR]     (default: build)
 # Settings: RUNS, SIZE_MB (file size), ENTRIES (listing), BASELINE,
-# SHOW_ROUNDS=1 (print every round's times).
+# SHOW_ROUNDS=1 (print every round's times), OPS (default "get put ls").
 # Prints the best and the median of RUNS runs per client and our ratio to
 # the best peer.
 # Needs root (the test servers do). Not part of ./test.sh.
@@ -15,6 +15,8 @@ SIZE_MB=${SIZE_MB:-1024}
 ENTRIES=${ENTRIES:-100000}
 BASELINE=${BASELINE:-}  # another ftpzn-ftp (an older build) to list beside this one
 SHOW_ROUNDS=${SHOW_ROUNDS:-}
+OPS=${OPS:-get put ls}
+wanted() { [[ " $OPS " == *" $1 "* ]]; }
 FTP=$BUILD/tools/ftpzn-ftp
 FTPD=$BUILD/tests/support/ftpzn-test-ftpd
 for tool in "$FTP" "$FTPD"; do
@@ -122,7 +124,7 @@ rounds() {  # OP CLIENT...
     fi
   done
 }
-times() { printf "%s" "${T[$1]}" | grep -v fail | sort -g; }
+times() { printf "%s" "${T[$1]:-}" | grep -v fail | sort -g; }
 best() { local v; v=$(times "$1" | head -1); echo "${v:-fail}"; }
 median() {
   local v
@@ -132,7 +134,7 @@ median() {
 # The median over rounds of (best peer's time in the round / ours): runs next
 # to each other see the same machine, so this is the steadiest comparison.
 paired() {  # OP
-  paste <(printf "%s" "${T[${1}_ftpzn]}") <(printf "%s" "${T[${1}_curl]}") <(printf "%s" "${T[${1}_lftp]}") |
+  paste <(printf "%s" "${T[${1}_ftpzn]:-}") <(printf "%s" "${T[${1}_curl]:-}") <(printf "%s" "${T[${1}_lftp]:-}") |
     awk '$1 != "fail" && ($2 != "fail" || $3 != "fail") {
            peer = ($2 == "fail" || ($3 != "fail" && $3 < $2)) ? $3 : $2
            r[++n] = peer / $1
@@ -147,18 +149,24 @@ check_same() {
   cmp -s "$1" "$2" || echo "  WARNING: $3 produced a different file" >&2
 }
 
-echo "download ${SIZE_MB} MiB ($RUNS rounds, clients taking turns)"
-rounds get ftpzn curl lftp
-for client in ftpzn curl lftp; do check_same "$ROOT/big" "$OUT/$client" "$client get"; rm -f "$OUT/$client"; done
-echo "upload ${SIZE_MB} MiB ($RUNS rounds, clients taking turns)"
-rounds put ftpzn curl lftp
-for client in ftpzn curl lftp; do check_same "$WORK/upload-src" "$ROOT/up/$client" "$client put"; rm -f "$ROOT/up/$client"; done
-echo "listing of $ENTRIES entries ($RUNS rounds, clients taking turns)"
-LS_CLIENTS=(ftpzn curl lftp)
-[ -n "$BASELINE" ] && LS_CLIENTS+=(baseline)
-rounds ls "${LS_CLIENTS[@]}"
-n=$("$FTP" ls "$URL/list/" | wc -l)
-[ "$n" = "$ENTRIES" ] || echo "  WARNING: ftpzn-ftp ls printed $n lines" >&2
+if wanted get; then
+  echo "download ${SIZE_MB} MiB ($RUNS rounds, clients taking turns)"
+  rounds get ftpzn curl lftp
+  for client in ftpzn curl lftp; do check_same "$ROOT/big" "$OUT/$client" "$client get"; rm -f "$OUT/$client"; done
+fi
+if wanted put; then
+  echo "upload ${SIZE_MB} MiB ($RUNS rounds, clients taking turns)"
+  rounds put ftpzn curl lftp
+  for client in ftpzn curl lftp; do check_same "$WORK/upload-src" "$ROOT/up/$client" "$client put"; rm -f "$ROOT/up/$client"; done
+fi
+if wanted ls; then
+  echo "listing of $ENTRIES entries ($RUNS rounds, clients taking turns)"
+  LS_CLIENTS=(ftpzn curl lftp)
+  [ -n "$BASELINE" ] && LS_CLIENTS+=(baseline)
+  rounds ls "${LS_CLIENTS[@]}"
+  n=$("$FTP" ls "$URL/list/" | wc -l)
+  [ "$n" = "$ENTRIES" ] || echo "  WARNING: ftpzn-ftp ls printed $n lines" >&2
+fi
 
 rate() { [ "$1" = fail ] && echo fail || echo "scale=0; $SIZE_MB / $1" | bc -l; }
 ratio() { { [ "$1" = fail ] || [ "$2" = fail ]; } && echo "-" || echo "scale=2; $1 / $2" | bc -l; }
@@ -169,11 +177,13 @@ echo
 printf "%-30s %12s %12s %12s   %s\n" "" ftpzn-ftp curl lftp "ftpzn vs best peer"
 for stat in best median; do
   for op in get put; do
+    wanted "$op" || continue
     us=$($stat "${op}_ftpzn")
     peer=$(min "$($stat "${op}_curl")" "$($stat "${op}_lftp")")
     printf "%-30s %6s MiB/s %6s MiB/s %6s MiB/s   %sx\n" "$op ${SIZE_MB} MiB, $stat" "$(rate "$us")" \
       "$(rate "$($stat "${op}_curl")")" "$(rate "$($stat "${op}_lftp")")" "$(ratio "$peer" "$us")"
   done
+  wanted ls || continue
   us=$($stat ls_ftpzn)
   peer=$(min "$($stat ls_curl)" "$($stat ls_lftp)")
   printf "%-30s %11ss %11ss %11ss   %sx\n" "ls $ENTRIES parsed vs raw, $stat" "$(secs "$us")" \
@@ -183,7 +193,7 @@ for stat in best median; do
       "$(secs "$($stat ls_baseline)")" "$(ratio "$($stat ls_baseline)" "$us")"
   fi
 done
-for op in get put ls; do
+for op in $OPS; do
   printf "%-72s   %sx\n" "$op, median of the rounds' own ratios" "$(paired "$op")"
 done
 echo "(ratio > 1: ftpzn-ftp faster than the best peer)"
