@@ -22,6 +22,7 @@ thread_local std::wstring t_lastResponse;
 // sixteen blocks, small enough to stay in the cache between our copy and
 // the kernel's (256 KiB and 1 MiB were measurably slower on loopback).
 constexpr size_t kTransferBuffer = 64 * 1024;
+constexpr int kUnsentLimit = 128 * 1024;  // an upload's queue in the kernel
 
 // Every engine failure ends up in the thread's last error and response.
 void Record(const NetError& e) {
@@ -442,6 +443,7 @@ std::unique_ptr<CInternetFile> CFtpConnection::OpenFile(const std::wstring& name
       throw NetError(87, "a remote file opens for reading or for writing");  // invalid parameter
     }
     data = Ready()->StartTransfer((writing ? "STOR " : "RETR ") + WideToWire(name), type);
+    if (writing) LimitUnsent(data->NativeHandle(), kUnsentLimit);
   } catch (const NetError& e) {
     Throw(e, context);
   }

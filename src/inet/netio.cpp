@@ -176,6 +176,15 @@ Fd ConnectTo(const SocketAddress& address, const Deadline& deadline) {
   return fd;
 }
 
+// With a full socket buffer, each acknowledgement the server sends makes its
+// own CPU push our queued data on, and pushes from two CPUs arrive out of
+// order: a 1 GiB upload over loopback saw 25 to 80 segments sent twice, with
+// 128 KiB at most 2. On a fast link the server is the slower side of an
+// upload, and a short queue also keeps that sending work off its CPU.
+void LimitUnsent(int fd, int bytes) {
+  if (fd >= 0) setsockopt(fd, IPPROTO_TCP, TCP_NOTSENT_LOWAT, &bytes, sizeof bytes);
+}
+
 Fd ListenOn(SocketAddress local) {
   local.SetPort(0);
   Fd fd(::socket(local.Family(), SOCK_STREAM | SOCK_CLOEXEC, 0));

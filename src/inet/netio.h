@@ -96,6 +96,9 @@ SocketAddress PeerAddress(int fd);
 std::vector<SocketAddress> Resolve(const std::string& host, uint16_t port);
 // Connects to the first address that answers (12029, or 12002 on time-out).
 Fd ConnectTo(const SocketAddress& address, const Deadline& deadline);
+// Keeps at most `bytes` written but not yet sent in the kernel (an upload's
+// data connection): see the definition for why.
+void LimitUnsent(int fd, int bytes);
 // A listening socket on `local`'s address and a free port.
 Fd ListenOn(SocketAddress local);
 Fd AcceptFrom(int listener, const Deadline& deadline);
