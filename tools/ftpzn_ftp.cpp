@@ -1,7 +1,6 @@
 // ftpzn-ftp: a command-line FTP client on the engine, for scripting,
 // diagnosis and benchmarks.
 #include <fcntl.h>
-#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -325,6 +324,8 @@ int Run(std::vector<std::string> args) {
     struct stat st {};
     if (!in || fstat(in.Get(), &st) != 0)
       throw Failure{"cannot open " + args[0] + ": " + std::strerror(errno)};
+    // Refused before the server is asked to store anything.
+    if (S_ISDIR(st.st_mode)) throw Failure{"cannot read " + args[0] + ": " + std::strerror(EISDIR)};
     std::wstring remote = t.path;
     if (remote.empty() || remote.back() == L'/') {
       std::string base = args[0].substr(args[0].rfind('/') == std::string::npos ? 0 : args[0].rfind('/') + 1);

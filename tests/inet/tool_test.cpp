@@ -1,6 +1,7 @@
 // ftpzn-ftp as a user runs it, against vsftpd.
 #include <gtest/gtest.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <fstream>
@@ -119,6 +120,26 @@ TEST_F(ToolTest, GetPutRmWithEncodedNames) {
   EXPECT_EQ(Run("pwd " + Url("/d/new%20dir")).out, "/d/new dir\n");
   EXPECT_EQ(Run("rmdir " + Url("/d/new%20dir")).status, 0);
   remove(local.c_str());
+}
+
+TEST_F(ToolTest, PutSendsAFileOfSeveralPiecesByteForByte) {
+  // Two whole 64 KiB pieces and a last one that ends inside a block.
+  std::string bytes(2 * 65536 + 4096 + 123, '\0');
+  for (size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<char>(i * 7919 % 251);
+  std::string local = s_root + "/../ftpzn-tool-pieces";
+  std::ofstream(local, std::ios::binary) << bytes;
+  Result r = Run("put " + local + " " + Url("/d/"));
+  ASSERT_EQ(r.status, 0) << r.err;
+  std::ifstream up(s_root + "/d/ftpzn-tool-pieces", std::ios::binary);
+  EXPECT_TRUE(std::string(std::istreambuf_iterator<char>(up), {}) == bytes);
+  remove(local.c_str());
+  remove((s_root + "/d/ftpzn-tool-pieces").c_str());
+
+  // A directory is refused before the server stores anything.
+  r = Run("put " + s_root + "/d/sub " + Url("/d/from-a-dir"));
+  EXPECT_EQ(r.status, 1);
+  EXPECT_NE(r.err.find("Is a directory"), std::string::npos) << r.err;
+  EXPECT_NE(access((s_root + "/d/from-a-dir").c_str(), F_OK), 0);
 }
 
 TEST_F(ToolTest, FailuresReportCodeTextAndReply) {
