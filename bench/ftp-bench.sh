@@ -69,10 +69,10 @@ timed() {
   fi
 }
 
-# This virtual machine hands freed memory back to its host, and the first
-# touch of such memory costs several times the copy into it: a run that
-# happened to get such pages took up to three times as long as the run
-# before it. Writing and removing a file as big as the transfer just before
+# The virtual machines this runs on hand freed memory back to their host,
+# and the first touch of such memory costs several times the copy into it: a
+# run that happened to get such pages took up to three times as long as the
+# run before it. Writing and removing a file as big as the transfer just before
 # a run gives every client recently used memory to write into.
 settle() {
   head -c $((SIZE_MB * 1024 * 1024 + 64 * 1024 * 1024)) /dev/zero >"$WORK/settle"
@@ -105,7 +105,7 @@ run_once() {  # OP CLIENT
 # only the slow rounds, and the median is reported beside the best.
 declare -A T  # OP_CLIENT -> its times in round order, one per line ("fail" for a failed run)
 rounds() {  # OP CLIENT...
-  local op=$1 client t round turn
+  local op=$1 client round turn
   shift
   local clients=("$@") n=$#
   declare -A this
@@ -124,11 +124,11 @@ rounds() {  # OP CLIENT...
     fi
   done
 }
-times() { printf "%s" "${T[$1]:-}" | grep -v fail | sort -g; }
-best() { local v; v=$(times "$1" | head -1); echo "${v:-fail}"; }
+sorted_times() { printf "%s" "${T[$1]:-}" | grep -v fail | sort -g; }
+best() { local v; v=$(sorted_times "$1" | head -1); echo "${v:-fail}"; }
 median() {
   local v
-  v=$(times "$1" | awk '{v[NR] = $1} END {if (NR) print (NR % 2) ? v[(NR + 1) / 2] : (v[NR / 2] + v[NR / 2 + 1]) / 2}')
+  v=$(sorted_times "$1" | awk '{v[NR] = $1} END {if (NR) print (NR % 2) ? v[(NR + 1) / 2] : (v[NR / 2] + v[NR / 2 + 1]) / 2}')
   echo "${v:-fail}"
 }
 # The median over rounds of (best peer's time in the round / ours): runs next
