@@ -290,8 +290,7 @@ int Run(std::vector<std::string> args) {
   } else if (command == "rm") {
     Check(c->Remove(t.path));
   } else if (command == "get") {
-    Fd out(open(args[1].c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
-    if (!out) throw Failure{"cannot create " + args[1] + ": " + std::strerror(errno)};
+    Fd out;
     // Blocks are read one after another into a larger buffer that goes to
     // the file in one write: no stdio copy on the way.
     std::vector<char> local(256 * 1024);
@@ -307,6 +306,10 @@ int Run(std::vector<std::string> args) {
     };
     try {
       auto file = c->OpenFile(t.path, GENERIC_READ, FTP_TRANSFER_TYPE_BINARY);
+      // Created only once the server sends: a file that is missing there
+      // leaves a local file of that name as it was.
+      out = Fd(open(args[1].c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
+      if (!out) throw Failure{"cannot create " + args[1] + ": " + std::strerror(errno)};
       for (;;) {
         if (local.size() - filled < kBlock) flush();
         uint32_t n = file->Read(local.data() + filled, kBlock);

@@ -147,6 +147,13 @@ TEST_F(ToolTest, FailuresReportCodeTextAndReply) {
   EXPECT_NE(r.status, 0);
   EXPECT_NE(r.err.find("error 12003: An internal error has occurred."), std::string::npos) << r.err;
   EXPECT_NE(r.err.find("last reply: 550"), std::string::npos) << r.err;
+  // A local file of the name is left as it was.
+  std::string kept = s_root + "/../ftpzn-tool-kept";
+  std::ofstream(kept) << "precious";
+  EXPECT_NE(Run("get " + Url("/d/missing") + " " + kept).status, 0);
+  std::ifstream in(kept);
+  EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), {}), "precious");
+  remove(kept.c_str());
 
   std::string bad =
       "ftp://" + std::string(FtpTestServer::kUser) + ":wrong@127.0.0.1:" + std::to_string(s_server->Port());
