@@ -37,6 +37,10 @@ class ToolTest : public ::testing::Test {
   void SetUp() override { ASSERT_TRUE(s_server) << "cannot start vsftpd: " << s_error; }
 
   static std::string Url(const std::string& path) { return s_server->Url() + path; }
+  static std::string Contents(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), {});
+  }
 
   static Result Run(const std::string& args, const std::string& input = "") {
     std::string errFile = s_root + "/../ftpzn-tool-stderr";
@@ -53,8 +57,7 @@ class ToolTest : public ::testing::Test {
     while ((n = fread(buf, 1, sizeof buf, p)) > 0) r.out.append(buf, n);
     int status = pclose(p);
     r.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    std::ifstream in(errFile);
-    r.err.assign(std::istreambuf_iterator<char>(in), {});
+    r.err = Contents(errFile);
     remove(errFile.c_str());
     remove(inFile.c_str());
     return r;
@@ -108,13 +111,11 @@ TEST_F(ToolTest, GetPutRmWithEncodedNames) {
   std::string local = s_root + "/../ftpzn-tool-local";
   Result r = Run("get " + Url("/d/a%20b.txt") + " " + local);
   ASSERT_EQ(r.status, 0) << r.err;
-  std::ifstream in(local);
-  EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), {}), "hello");
+  EXPECT_EQ(Contents(local), "hello");
 
   r = Run("--active put " + local + " " + Url("/d/caf%C3%A9%202"));
   ASSERT_EQ(r.status, 0) << r.err;
-  std::ifstream up(s_root + "/d/caf\xc3\xa9 2");
-  EXPECT_EQ(std::string(std::istreambuf_iterator<char>(up), {}), "hello");
+  EXPECT_EQ(Contents(s_root + "/d/caf\xc3\xa9 2"), "hello");
   EXPECT_EQ(Run("rm " + Url("/d/caf%C3%A9%202")).status, 0);
   EXPECT_EQ(Run("mkdir " + Url("/d/new%20dir")).status, 0);
   EXPECT_EQ(Run("pwd " + Url("/d/new%20dir")).out, "/d/new dir\n");
@@ -130,8 +131,7 @@ TEST_F(ToolTest, PutSendsAFileOfSeveralPiecesByteForByte) {
   std::ofstream(local, std::ios::binary) << bytes;
   Result r = Run("put " + local + " " + Url("/d/"));
   ASSERT_EQ(r.status, 0) << r.err;
-  std::ifstream up(s_root + "/d/ftpzn-tool-pieces", std::ios::binary);
-  EXPECT_TRUE(std::string(std::istreambuf_iterator<char>(up), {}) == bytes);
+  EXPECT_TRUE(Contents(s_root + "/d/ftpzn-tool-pieces") == bytes);
   remove(local.c_str());
   remove((s_root + "/d/ftpzn-tool-pieces").c_str());
 
@@ -151,8 +151,7 @@ TEST_F(ToolTest, FailuresReportCodeTextAndReply) {
   std::string kept = s_root + "/../ftpzn-tool-kept";
   std::ofstream(kept) << "precious";
   EXPECT_NE(Run("get " + Url("/d/missing") + " " + kept).status, 0);
-  std::ifstream in(kept);
-  EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), {}), "precious");
+  EXPECT_EQ(Contents(kept), "precious");
   remove(kept.c_str());
 
   std::string bad =
