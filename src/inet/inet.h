@@ -295,8 +295,10 @@ class CFtpFileFind {
     size_t used = 0;
   };
   static constexpr size_t kBlockSize = 256 * 1024;
+  static constexpr size_t kMaxSpareBlocks = 16;
 
   void Clear();
+  void PrepareBlocksWhileIdle(int dataFd);
   void Append(const FtpListEntry& entry);
   void DecodeNext();
   const FtpListEntryView* Current() const;
@@ -304,6 +306,7 @@ class CFtpFileFind {
   CFtpConnection* m_connection;
   uintptr_t m_context;
   std::vector<Block> m_blocks;
+  std::vector<std::unique_ptr<char[]>> m_spareBlocks;  // made ready for Append
   size_t m_capacity = 0;     // of the last block
   int64_t m_appendTime = 0;  // the last time written, for the next difference
   size_t m_count = 0;

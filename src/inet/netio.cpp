@@ -87,6 +87,11 @@ void WaitReady(int fd, short events, const Deadline& deadline, const std::string
   }
 }
 
+bool ReadableNow(int fd) {
+  pollfd p{fd, POLLIN, 0};
+  return ::poll(&p, 1, 0) > 0;
+}
+
 std::string SocketAddress::Host() const {
   char text[INET6_ADDRSTRLEN] = "";
   if (Family() == AF_INET) {

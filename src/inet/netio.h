@@ -80,6 +80,10 @@ class Fd {
 // passes (NetError 12002 with `what` in the text).
 void WaitReady(int fd, short events, const Deadline& deadline, const std::string& what);
 
+// True when `fd` has something to read, or an end or error to report, at
+// once.
+bool ReadableNow(int fd);
+
 struct SocketAddress {
   sockaddr_storage storage{};
   socklen_t length = 0;

@@ -213,6 +213,7 @@ void FakeServer::Serve(int control) {
         Note("no data connection for \"" + line + "\"");
         return;
       }
+      std::this_thread::sleep_for(std::chrono::milliseconds(step.dataPauseMs));
       SendAll(data, step.data, 0);
       close(data);
       if (step.closeAfterData) return;

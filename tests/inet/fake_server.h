@@ -29,6 +29,9 @@ struct Step {
   // connect to the address of its PORT/EPRT (active), send this, close it.
   bool sendData = false;
   std::string data;
+  // Silence on the data connection before `data`, as a server that builds
+  // a long listing keeps.
+  int dataPauseMs = 0;
   // After `data`, close the control connection too (no end reply).
   bool closeAfterData = false;
   // Then send this reply (the end of the transfer) unless closed.
