@@ -77,6 +77,22 @@ TokenList Tokenize(std::string_view line, size_t maxTokens) {
     for (; edges != 0; edges &= edges - 1)
       if (edge(pos + static_cast<size_t>(std::countr_zero(edges)))) return tokens;
   }
+  if (pos < size && size >= 16) {
+    // The last few bytes (often a name's end) as the end of one more
+    // sixteen, of which the bytes already classified are masked off: a
+    // byte loop over them cost as much as the rest of the line.
+    size_t from = size - 16;
+    unsigned seen = static_cast<unsigned>(pos - from);  // 1..15
+    __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(data + from));
+    __m128i blank = _mm_or_si128(_mm_cmpeq_epi8(bytes, space), _mm_cmpeq_epi8(bytes, tab));
+    uint32_t word = ~static_cast<uint32_t>(_mm_movemask_epi8(blank)) & 0xFFFFu;
+    // Each byte is compared with the one before it, all of which are in the
+    // sixteen from the first new byte on.
+    uint32_t edges = (word ^ (word << 1)) & (0xFFFFu << seen) & 0xFFFFu;
+    for (; edges != 0; edges &= edges - 1)
+      if (edge(from + static_cast<size_t>(std::countr_zero(edges)))) return tokens;
+    pos = size;
+  }
 #endif
   for (; pos < size; ++pos)
     if (IsBlank(data[pos]) == inWord && edge(pos)) return tokens;
@@ -99,6 +115,15 @@ std::optional<std::string_view> StripLineEnd(std::string_view line) {
     __m128i bad = _mm_or_si128(_mm_cmpeq_epi8(bytes, nul),
                                _mm_or_si128(_mm_cmpeq_epi8(bytes, cr), _mm_cmpeq_epi8(bytes, lf)));
     if (_mm_movemask_epi8(bad) != 0) return std::nullopt;
+  }
+  if (p != end && line.size() >= 16) {
+    // The rest as the end of one more sixteen, which only checks some
+    // bytes twice.
+    __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(end - 16));
+    __m128i bad = _mm_or_si128(_mm_cmpeq_epi8(bytes, nul),
+                               _mm_or_si128(_mm_cmpeq_epi8(bytes, cr), _mm_cmpeq_epi8(bytes, lf)));
+    if (_mm_movemask_epi8(bad) != 0) return std::nullopt;
+    p = end;
   }
 #endif
   for (; p != end; ++p)
