@@ -101,48 +101,54 @@ char* PutTwoDigits(char* out, int64_t value) {
 }
 
 // "YYYY-MM-DDTHH:MM:SSZ" by hand: strftime or printf per line is a visible
-// share of a 100,000-line listing. Entries of a listing share few days, so
-// the date part of the last one is kept.
+// share of a 100,000-line listing. Neighbouring entries often share their
+// time (a tree unpacked or copied at once), and nearly always their date,
+// so the last text is kept and only what changed is written anew.
 char* PutIsoTime(char* out, const std::optional<int64_t>& t) {
-  static int64_t cachedDays = INT64_MIN;
-  static char cachedDate[11];  // "YYYY-MM-DDT"; empty when out of range
-  static size_t cachedLength = 0;
+  static int64_t cachedTime = INT64_MIN;
+  static char cachedText[20];  // "YYYY-MM-DDTHH:MM:SSZ"
+  static size_t cachedLength = 0;  // 0: the year is out of range
   if (!t) return out;
-  int64_t days = *t >= 0 ? *t / 86400 : (*t - 86399) / 86400;
-  int64_t secs = *t - days * 86400;
-  if (days != cachedDays) {
-    // Civil date from days since 1970-01-01 (Howard Hinnant's algorithm).
-    int64_t z = days + 719468;
-    int64_t era = (z >= 0 ? z : z - 146096) / 146097;
-    int64_t doe = z - era * 146097;
-    int64_t yoe = (doe - doe / 1460 + doe / 36524 - doe / 146096) / 365;
-    int64_t doy = doe - (365 * yoe + yoe / 4 - yoe / 100);
-    int64_t mp = (5 * doy + 2) / 153;
-    int64_t day = doy - (153 * mp + 2) / 5 + 1;
-    int64_t month = mp < 10 ? mp + 3 : mp - 9;
-    int64_t year = yoe + era * 400 + (month <= 2);
-    cachedDays = days;
-    cachedLength = 0;
-    if (year >= 0 && year <= 9999) {
-      char* p = PutDigits(cachedDate, static_cast<uint64_t>(year), 4);
-      *p++ = '-';
-      p = PutTwoDigits(p, month);
-      *p++ = '-';
-      p = PutTwoDigits(p, day);
-      *p++ = 'T';
-      cachedLength = static_cast<size_t>(p - cachedDate);
+  if (*t != cachedTime) {
+    int64_t days = *t >= 0 ? *t / 86400 : (*t - 86399) / 86400;
+    int64_t cachedDays = cachedTime == INT64_MIN ? INT64_MIN
+                         : cachedTime >= 0      ? cachedTime / 86400
+                                                : (cachedTime - 86399) / 86400;
+    if (days != cachedDays) {
+      // Civil date from days since 1970-01-01 (Howard Hinnant's algorithm).
+      int64_t z = days + 719468;
+      int64_t era = (z >= 0 ? z : z - 146096) / 146097;
+      int64_t doe = z - era * 146097;
+      int64_t yoe = (doe - doe / 1460 + doe / 36524 - doe / 146096) / 365;
+      int64_t doy = doe - (365 * yoe + yoe / 4 - yoe / 100);
+      int64_t mp = (5 * doy + 2) / 153;
+      int64_t day = doy - (153 * mp + 2) / 5 + 1;
+      int64_t month = mp < 10 ? mp + 3 : mp - 9;
+      int64_t year = yoe + era * 400 + (month <= 2);
+      cachedLength = 0;
+      if (year >= 0 && year <= 9999) {
+        char* p = PutDigits(cachedText, static_cast<uint64_t>(year), 4);
+        *p++ = '-';
+        p = PutTwoDigits(p, month);
+        *p++ = '-';
+        p = PutTwoDigits(p, day);
+        *p++ = 'T';
+        cachedLength = sizeof cachedText;
+      }
+    }
+    cachedTime = *t;
+    if (cachedLength != 0) {
+      int64_t secs = *t - days * 86400;
+      char* p = PutTwoDigits(cachedText + 11, secs / 3600);
+      *p++ = ':';
+      p = PutTwoDigits(p, secs / 60 % 60);
+      *p++ = ':';
+      p = PutTwoDigits(p, secs % 60);
+      *p = 'Z';
     }
   }
-  if (cachedLength == 0) return out;
-  std::memcpy(out, cachedDate, cachedLength);
-  out += cachedLength;
-  out = PutTwoDigits(out, secs / 3600);
-  *out++ = ':';
-  out = PutTwoDigits(out, secs / 60 % 60);
-  *out++ = ':';
-  out = PutTwoDigits(out, secs % 60);
-  *out++ = 'Z';
-  return out;
+  std::memcpy(out, cachedText, cachedLength);
+  return out + cachedLength;
 }
 
 // Standard output through a buffer of our own: one line costs a few stores
