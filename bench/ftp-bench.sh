@@ -2,15 +2,18 @@
 # Side-by-side FTP benchmark on loopback: ftpzn-ftp against curl and lftp,
 # all against the same vsftpd in the same run, files on tmpfs.
 #   bench/ftp-bench.sh [BUILD_DIR]     (default: build)
-# Settings: RUNS, SIZE_MB (file size), ENTRIES (listing), BASELINE,
-# SHOW_ROUNDS=1 (print every round's times), OPS (default "get put ls").
-# Prints the best and the median of RUNS runs per client and our ratio to
-# the best peer.
+# Settings: RUNS (rounds of each transfer), LS_RUNS (of the listing),
+# SIZE_MB (file size), ENTRIES (listing), BASELINE, SHOW_ROUNDS=1 (print
+# every round's times), OPS (default "get put ls").
+# Prints each client's best and median and our ratio to the best peer.
 # Needs root (the test servers do). Not part of ./test.sh.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 BUILD=${1:-build}
 RUNS=${RUNS:-7}
+# A listing is mostly the server's own quarter second, which varies by a few
+# percent from run to run; the clients differ by less, so it needs more rounds.
+LS_RUNS=${LS_RUNS:-31}
 SIZE_MB=${SIZE_MB:-1024}
 ENTRIES=${ENTRIES:-100000}
 BASELINE=${BASELINE:-}  # another ftpzn-ftp (an older build) to list beside this one
@@ -105,12 +108,13 @@ run_once() {  # OP CLIENT
 # only the slow rounds, and the median is reported beside the best.
 declare -A T  # OP_CLIENT -> its times in round order, one per line ("fail" for a failed run)
 rounds() {  # OP CLIENT...
-  local op=$1 client round turn
+  local op=$1 client round turn runs=$RUNS
+  [ "$op" = ls ] && runs=$LS_RUNS
   shift
   local clients=("$@") n=$#
   declare -A this
   for client in "$@"; do T[${op}_$client]=""; done
-  for round in $(seq "$RUNS"); do
+  for round in $(seq "$runs"); do
     # Each round starts with the next client, so none always goes first.
     for turn in $(seq 0 $((n - 1))); do
       client=${clients[$(((round + turn) % n))]}
@@ -142,7 +146,7 @@ paired() {  # OP
          END {
            if (!n) { print "-"; exit }
            for (i = 1; i <= n; i++) for (j = i + 1; j <= n; j++) if (r[j] < r[i]) { t = r[i]; r[i] = r[j]; r[j] = t }
-           printf "%.2f\n", (n % 2) ? r[(n + 1) / 2] : (r[n / 2] + r[n / 2 + 1]) / 2
+           printf "%.3f\n", (n % 2) ? r[(n + 1) / 2] : (r[n / 2] + r[n / 2 + 1]) / 2
          }'
 }
 check_same() {
@@ -160,7 +164,7 @@ if wanted put; then
   for client in ftpzn curl lftp; do check_same "$WORK/upload-src" "$ROOT/up/$client" "$client put"; rm -f "$ROOT/up/$client"; done
 fi
 if wanted ls; then
-  echo "listing of $ENTRIES entries ($RUNS rounds, clients taking turns)"
+  echo "listing of $ENTRIES entries ($LS_RUNS rounds, clients taking turns)"
   LS_CLIENTS=(ftpzn curl lftp)
   [ -n "$BASELINE" ] && LS_CLIENTS+=(baseline)
   rounds ls "${LS_CLIENTS[@]}"
@@ -169,7 +173,8 @@ if wanted ls; then
 fi
 
 rate() { [ "$1" = fail ] && echo fail || echo "scale=0; $SIZE_MB / $1" | bc -l; }
-ratio() { { [ "$1" = fail ] || [ "$2" = fail ]; } && echo "-" || echo "scale=2; $1 / $2" | bc -l; }
+# Three decimals: a listing is mostly the server's own time, so clients differ by tenths of a percent.
+ratio() { { [ "$1" = fail ] || [ "$2" = fail ]; } && echo "-" || printf "%.3f" "$(echo "$1 / $2" | bc -l)"; }
 min() { if [ "$1" = fail ]; then echo "$2"; elif [ "$2" = fail ]; then echo "$1"; elif (($(echo "$1 < $2" | bc -l))); then echo "$1"; else echo "$2"; fi; }
 secs() { [ "$1" = fail ] && echo fail || printf "%.4f" "$1"; }
 
