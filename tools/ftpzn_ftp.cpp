@@ -110,11 +110,9 @@ char* PutIsoTime(char* out, const std::optional<int64_t>& t) {
   static size_t cachedLength = 0;  // 0: the year is out of range
   if (!t) return out;
   if (*t != cachedTime) {
-    int64_t days = *t >= 0 ? *t / 86400 : (*t - 86399) / 86400;
-    int64_t cachedDays = cachedTime == INT64_MIN ? INT64_MIN
-                         : cachedTime >= 0      ? cachedTime / 86400
-                                                : (cachedTime - 86399) / 86400;
-    if (days != cachedDays) {
+    auto dayOf = [](int64_t time) { return time >= 0 ? time / 86400 : (time - 86399) / 86400; };
+    int64_t days = dayOf(*t);
+    if (cachedTime == INT64_MIN || days != dayOf(cachedTime)) {
       // Civil date from days since 1970-01-01 (Howard Hinnant's algorithm).
       int64_t z = days + 719468;
       int64_t era = (z >= 0 ? z : z - 146096) / 146097;

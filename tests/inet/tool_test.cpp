@@ -184,4 +184,29 @@ TEST_F(ToolTest, ParseListReadsListAndMlsdLines) {
   EXPECT_EQ(r.out, "d\t4096\t2021-03-01T00:00:00Z\tsome dir\nf\t42\t2024-01-02T03:04:05Z\tx y.bin\n");
 }
 
+// ls writes a time only where it differs from the line before: each part of
+// it must still change when it should, across an entry without a time and
+// across the start of 1970.
+TEST_F(ToolTest, TimesOfNeighbouringEntries) {
+  Result r = Run("parse-list",
+                 "type=file;size=1;modify=20240102030405; a\n"
+                 "type=file;size=2;modify=20240102235959; b\n"
+                 "type=file;size=3;modify=20240102235959; c\n"
+                 "type=file;size=4; d\n"
+                 "type=file;size=5;modify=20240102235959; e\n"
+                 "type=file;size=6;modify=20240103000000; f\n"
+                 "type=file;size=7;modify=19691231235959; g\n"
+                 "type=file;size=8;modify=19700101000000; h\n");
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.out,
+            "f\t1\t2024-01-02T03:04:05Z\ta\n"
+            "f\t2\t2024-01-02T23:59:59Z\tb\n"
+            "f\t3\t2024-01-02T23:59:59Z\tc\n"
+            "f\t4\t\td\n"
+            "f\t5\t2024-01-02T23:59:59Z\te\n"
+            "f\t6\t2024-01-03T00:00:00Z\tf\n"
+            "f\t7\t1969-12-31T23:59:59Z\tg\n"
+            "f\t8\t1970-01-01T00:00:00Z\th\n");
+}
+
 }  // namespace
