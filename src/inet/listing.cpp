@@ -69,28 +69,32 @@ TokenList Tokenize(std::string_view line, size_t maxTokens) {
 #ifdef __SSE2__
   const __m128i space = _mm_set1_epi8(' ');
   const __m128i tab = _mm_set1_epi8('\t');
-  for (; pos + 16 <= size; pos += 16) {
-    __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(data + pos));
+  // One bit a byte of the sixteen at `at`: set where the byte is in a word.
+  auto wordBits = [&](size_t at) {
+    __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(data + at));
     __m128i blank = _mm_or_si128(_mm_cmpeq_epi8(bytes, space), _mm_cmpeq_epi8(bytes, tab));
-    uint32_t word = ~static_cast<uint32_t>(_mm_movemask_epi8(blank)) & 0xFFFFu;
-    uint32_t edges = (word ^ ((word << 1) | (inWord ? 1u : 0u))) & 0xFFFFu;
+    return ~static_cast<uint32_t>(_mm_movemask_epi8(blank)) & 0xFFFFu;
+  };
+  // The meeting points marked in `edges`, counted from `at`; true once
+  // enough words were found.
+  auto edgesFrom = [&](size_t at, uint32_t edges) {
     for (; edges != 0; edges &= edges - 1)
-      if (edge(pos + static_cast<size_t>(std::countr_zero(edges)))) return tokens;
+      if (edge(at + static_cast<size_t>(std::countr_zero(edges)))) return true;
+    return false;
+  };
+  for (; pos + 16 <= size; pos += 16) {
+    uint32_t word = wordBits(pos);
+    if (edgesFrom(pos, (word ^ ((word << 1) | (inWord ? 1u : 0u))) & 0xFFFFu)) return tokens;
   }
   if (pos < size && size >= 16) {
     // The last few bytes (often a name's end) as the end of one more
     // sixteen, of which the bytes already classified are masked off: a
-    // byte loop over them cost as much as the rest of the line.
+    // byte loop over them cost as much as the rest of the line. Each byte
+    // is compared with the one before it, all of which are in the sixteen
+    // from the first new byte on.
     size_t from = size - 16;
-    unsigned seen = static_cast<unsigned>(pos - from);  // 1..15
-    __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(data + from));
-    __m128i blank = _mm_or_si128(_mm_cmpeq_epi8(bytes, space), _mm_cmpeq_epi8(bytes, tab));
-    uint32_t word = ~static_cast<uint32_t>(_mm_movemask_epi8(blank)) & 0xFFFFu;
-    // Each byte is compared with the one before it, all of which are in the
-    // sixteen from the first new byte on.
-    uint32_t edges = (word ^ (word << 1)) & (0xFFFFu << seen) & 0xFFFFu;
-    for (; edges != 0; edges &= edges - 1)
-      if (edge(from + static_cast<size_t>(std::countr_zero(edges)))) return tokens;
+    uint32_t word = wordBits(from);
+    if (edgesFrom(from, (word ^ (word << 1)) & (0xFFFFu << (pos - from)) & 0xFFFFu)) return tokens;
     pos = size;
   }
 #endif
@@ -110,19 +114,18 @@ std::optional<std::string_view> StripLineEnd(std::string_view line) {
   const __m128i nul = _mm_setzero_si128();
   const __m128i cr = _mm_set1_epi8('\r');
   const __m128i lf = _mm_set1_epi8('\n');
-  for (; end - p >= 16; p += 16) {
-    __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+  auto anyBad = [&](const char* at) {
+    __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(at));
     __m128i bad = _mm_or_si128(_mm_cmpeq_epi8(bytes, nul),
                                _mm_or_si128(_mm_cmpeq_epi8(bytes, cr), _mm_cmpeq_epi8(bytes, lf)));
-    if (_mm_movemask_epi8(bad) != 0) return std::nullopt;
-  }
+    return _mm_movemask_epi8(bad) != 0;
+  };
+  for (; end - p >= 16; p += 16)
+    if (anyBad(p)) return std::nullopt;
   if (p != end && line.size() >= 16) {
     // The rest as the end of one more sixteen, which only checks some
     // bytes twice.
-    __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(end - 16));
-    __m128i bad = _mm_or_si128(_mm_cmpeq_epi8(bytes, nul),
-                               _mm_or_si128(_mm_cmpeq_epi8(bytes, cr), _mm_cmpeq_epi8(bytes, lf)));
-    if (_mm_movemask_epi8(bad) != 0) return std::nullopt;
+    if (anyBad(end - 16)) return std::nullopt;
     p = end;
   }
 #endif
