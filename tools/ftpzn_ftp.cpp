@@ -113,18 +113,12 @@ char* PutIsoTime(char* out, const std::optional<int64_t>& t) {
     auto dayOf = [](int64_t time) { return time >= 0 ? time / 86400 : (time - 86399) / 86400; };
     int64_t days = dayOf(*t);
     if (cachedTime == INT64_MIN || days != dayOf(cachedTime)) {
-      // Civil date from days since 1970-01-01 (Howard Hinnant's algorithm).
-      int64_t z = days + 719468;
-      int64_t era = (z >= 0 ? z : z - 146096) / 146097;
-      int64_t doe = z - era * 146097;
-      int64_t yoe = (doe - doe / 1460 + doe / 36524 - doe / 146096) / 365;
-      int64_t doy = doe - (365 * yoe + yoe / 4 - yoe / 100);
-      int64_t mp = (5 * doy + 2) / 153;
-      int64_t day = doy - (153 * mp + 2) / 5 + 1;
-      int64_t month = mp < 10 ? mp + 3 : mp - 9;
-      int64_t year = yoe + era * 400 + (month <= 2);
+      // Years 0 to 9999 only: the text has four digits for the year.
+      constexpr int64_t kYear0 = -62167219200, kYear10000 = 253402300800;
+      int year = 0, month = 0, day = 0;
       cachedLength = 0;
-      if (year >= 0 && year <= 9999) {
+      if (*t >= kYear0 && *t < kYear10000) {
+        CivilFromUnix(*t, year, month, day);
         char* p = PutDigits(cachedText, static_cast<uint64_t>(year), 4);
         *p++ = '-';
         p = PutTwoDigits(p, month);

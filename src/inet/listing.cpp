@@ -39,6 +39,18 @@ bool ParseListLine(std::string_view line, const ListClock& clock, FtpListEntry& 
   return false;
 }
 
+void CivilFromUnix(int64_t unixTime, int& year, int& month, int& day) {
+  int64_t z = (unixTime >= 0 ? unixTime : unixTime - 86399) / 86400 + 719468;
+  int64_t era = (z >= 0 ? z : z - 146096) / 146097;
+  int64_t doe = z - era * 146097;
+  int64_t yoe = (doe - doe / 1460 + doe / 36524 - doe / 146096) / 365;
+  int64_t doy = doe - (365 * yoe + yoe / 4 - yoe / 100);
+  int64_t mp = (5 * doy + 2) / 153;
+  day = static_cast<int>(doy - (153 * mp + 2) / 5 + 1);
+  month = static_cast<int>(mp < 10 ? mp + 3 : mp - 9);
+  year = static_cast<int>(yoe + era * 400 + (month <= 2 ? 1 : 0));
+}
+
 }  // namespace ftpzn::inet
 
 namespace ftpzn::inet::listparse {
@@ -314,18 +326,6 @@ int64_t UnixFromCivil(int year, int month, int day, int hour, int minute, int se
   cachedDay = day;
   cachedDays = days;
   return days * 86400 + time;
-}
-
-void CivilFromUnix(int64_t unixTime, int& year, int& month, int& day) {
-  int64_t z = (unixTime >= 0 ? unixTime : unixTime - 86399) / 86400 + 719468;
-  int64_t era = (z >= 0 ? z : z - 146096) / 146097;
-  int64_t doe = z - era * 146097;
-  int64_t yoe = (doe - doe / 1460 + doe / 36524 - doe / 146096) / 365;
-  int64_t doy = doe - (365 * yoe + yoe / 4 - yoe / 100);
-  int64_t mp = (5 * doy + 2) / 153;
-  day = static_cast<int>(doy - (153 * mp + 2) / 5 + 1);
-  month = static_cast<int>(mp < 10 ? mp + 3 : mp - 9);
-  year = static_cast<int>(yoe + era * 400 + (month <= 2 ? 1 : 0));
 }
 
 int64_t ClockNow(const ListClock& clock) {

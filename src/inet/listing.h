@@ -46,4 +46,7 @@ bool ParseListLine(std::string_view line, const ListClock& clock, FtpListEntry& 
 // named "." and "..", whatever path the server gave them.
 bool ParseMlsdLine(std::string_view line, FtpListEntry& out);
 
+// Year, month and day (proleptic Gregorian) of a UTC Unix time.
+void CivilFromUnix(int64_t unixTime, int& year, int& month, int& day);
+
 }  // namespace ftpzn::inet

@@ -108,8 +108,6 @@ bool ParseTimeOfDay(std::string_view s, TimeOfDay& out);
 bool IsValidDate(int year, int month, int day);
 // Seconds since 1970 of a UTC calendar time; the caller has checked the fields.
 int64_t UnixFromCivil(int year, int month, int day, int hour, int minute, int second);
-// Year, month and day of a UTC Unix time.
-void CivilFromUnix(int64_t unixTime, int& year, int& month, int& day);
 
 int64_t ClockNow(const ListClock& clock);
 // The year of a date listed without one: this year when the date is at most

@@ -186,7 +186,8 @@ TEST_F(ToolTest, ParseListReadsListAndMlsdLines) {
 
 // ls writes a time only where it differs from the line before: each part of
 // it must still change when it should, across an entry without a time and
-// across the start of 1970.
+// across the start of 1970; and a time beyond what four digits of year
+// can show.
 TEST_F(ToolTest, TimesOfNeighbouringEntries) {
   Result r = Run("parse-list",
                  "type=file;size=1;modify=20240102030405; a\n"
@@ -196,7 +197,9 @@ TEST_F(ToolTest, TimesOfNeighbouringEntries) {
                  "type=file;size=5;modify=20240102235959; e\n"
                  "type=file;size=6;modify=20240103000000; f\n"
                  "type=file;size=7;modify=19691231235959; g\n"
-                 "type=file;size=8;modify=19700101000000; h\n");
+                 "type=file;size=8;modify=19700101000000; h\n"
+                 "+m9223372036854775807,s9,r,\ti\n"
+                 "+m253402300799,s10,r,\tj\n");
   ASSERT_EQ(r.status, 0) << r.err;
   EXPECT_EQ(r.out,
             "f\t1\t2024-01-02T03:04:05Z\ta\n"
@@ -206,7 +209,9 @@ TEST_F(ToolTest, TimesOfNeighbouringEntries) {
             "f\t5\t2024-01-02T23:59:59Z\te\n"
             "f\t6\t2024-01-03T00:00:00Z\tf\n"
             "f\t7\t1969-12-31T23:59:59Z\tg\n"
-            "f\t8\t1970-01-01T00:00:00Z\th\n");
+            "f\t8\t1970-01-01T00:00:00Z\th\n"
+            "f\t9\t\ti\n"  // beyond the year 9999: no time rather than a wrong one
+            "f\t10\t9999-12-31T23:59:59Z\tj\n");
 }
 
 }  // namespace
