@@ -195,17 +195,9 @@ int CDlgConnect::InsertSorted(const wxString& text) {
 }
 
 void CDlgConnect::FillFromMembers(CFtpSite& site) const {
-  site.m_bPassive = m_bPassive;
-  site.m_nRetries = m_nRetries;
-  site.m_nPort = m_nPort;
-  site.m_nRetryDelay = m_nRetryDelay;
-  site.m_strHost = m_strHost;
-  site.m_strDescription = m_strDescription;
+  // A stored site keeps its account too, which a connection does not take.
+  CopyChosenSiteInto(site);
   site.m_strAccount = m_strAccount;
-  site.m_strLogin = m_strLogin;
-  site.m_strProfileName = m_strProfileName;
-  site.m_strPassword = m_strPassword;
-  site.m_strInitialPath = m_strInitialPath;
 }
 
 void CDlgConnect::CopyChosenSiteInto(CFtpSite& site) const {
