@@ -6,6 +6,7 @@
 #include <ctime>
 #include <cwctype>
 #include <optional>
+#include <utility>
 
 #include "inet/errortext.h"
 #include "inet/ftpcontrol.h"
@@ -477,6 +478,37 @@ void CInternetFile::Fail(uint32_t code) {
 }
 
 uint32_t CInternetFile::Read(void* buffer, uint32_t count) {
+  // Full blocks until the end, as the platform's reads were: callers take a
+  // short block for the last one. A failure after some bytes came returns
+  // those first; the next Read throws it, or Close leaves it as the last
+  // error.
+  auto* out = static_cast<char*>(buffer);
+  uint32_t done = 0;
+  while (done < count) {
+    uint32_t n = 0;
+    if (done == 0) {
+      n = ReadSome(out, count);
+    } else {
+      try {
+        n = ReadSome(out + done, count - done);
+      } catch (const CInternetException& e) {
+        m_pendingError = e.m_dwError;
+        break;
+      }
+    }
+    if (n == 0) break;
+    done += n;
+  }
+  return done;
+}
+
+uint32_t CInternetFile::ReadSome(void* buffer, uint32_t count) {
+  if (m_pendingError != 0) {
+    const uint32_t code = m_pendingError;
+    m_pendingError = 0;
+    t_lastError = code;
+    throw CInternetException(code, m_context);
+  }
   if (!m_data && !m_atEnd) Fail(kErrCancelled);
   if (m_writing) Fail(12018);  // wrong handle type
   if (count == 0 || (m_atEnd && m_begin == m_end)) return 0;
@@ -593,6 +625,9 @@ void CInternetFile::Close() {
     m_data.reset();
     if (e.code != kErrExtended) control->AbandonTransfer();
   }
+  // A failure held back behind the last bytes read is the transfer's
+  // outcome.
+  if (m_pendingError != 0) t_lastError = std::exchange(m_pendingError, 0);
   m_connection = nullptr;
   m_atEnd = true;
   connection->m_busy = false;

@@ -224,19 +224,21 @@ class CInternetFile {
   CInternetFile(const CInternetFile&) = delete;
   CInternetFile& operator=(const CInternetFile&) = delete;
 
-  // Up to `count` bytes; 0 at the end of the file. Throws.
+  // `count` bytes, fewer only at the end of the file (0 there). Throws.
   uint32_t Read(void* buffer, uint32_t count);
   void Write(const void* buffer, uint32_t count);  // throws
   void Flush();                                    // throws
   // Ends the transfer and frees the connection. Reports nothing by
   // exception: the thread's last error is 0 when the server confirmed the
-  // transfer, else its code (an upload's result is known only here).
+  // transfer, else its code (an upload's result is known only here, and a
+  // download's when its last Read returned bytes before the failure).
   void Close();
 
  private:
   friend class CFtpConnection;
   CInternetFile(CFtpConnection& connection, std::unique_ptr<Stream> data, bool writing, uintptr_t context);
   [[noreturn]] void Fail(uint32_t code);
+  uint32_t ReadSome(void* buffer, uint32_t count);
   void Send(const char* data, size_t size);
 
   CFtpConnection* m_connection;
@@ -247,6 +249,7 @@ class CInternetFile {
   std::vector<char> m_buffer;
   size_t m_begin = 0;  // reading: unread bytes are [m_begin, m_end)
   size_t m_end = 0;    // writing: bytes to send are [0, m_end)
+  uint32_t m_pendingError = 0;  // a failure held back behind bytes already returned
 };
 
 // Lists the connection's current directory. The connection must outlive

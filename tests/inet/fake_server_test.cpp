@@ -22,49 +22,12 @@ using fake::FakeServer;
 using fake::Greet;
 using fake::On;
 using fake::Step;
-
-std::vector<Step> Plus(std::vector<Step> a, const std::vector<Step>& b) {
-  a.insert(a.end(), b.begin(), b.end());
-  return a;
-}
-
-Step CloseWith(std::string bytes, std::string expect = {}) {
-  Step s;
-  s.expect = std::move(expect);
-  s.action = Step::Action::Close;
-  s.reply = std::move(bytes);
-  return s;
-}
-
-Step Silence(std::string expect = {}) {
-  Step s;
-  s.expect = std::move(expect);
-  s.action = Step::Action::Silence;
-  return s;
-}
-
-// A transfer command answered with 150, `data` on the data connection,
-// then `end` (or a closed control connection when `end` is empty).
-Step Transfer(std::string expect, std::string data, std::string end = "226 done\r\n") {
-  Step s = On(std::move(expect), "150 here it comes\r\n");
-  s.sendData = true;
-  s.data = std::move(data);
-  s.afterData = end;
-  s.closeAfterData = end.empty();
-  return s;
-}
-
-Step Epsv() {
-  Step s = On("EPSV", "229 Entering Extended Passive Mode (|||{PORT}|)\r\n");
-  s.openData = true;
-  return s;
-}
-
-Step Pasv(std::string reply = "227 Entering Passive Mode (127,0,0,1,{P1},{P2})\r\n") {
-  Step s = On("PASV", std::move(reply));
-  s.openData = true;
-  return s;
-}
+using fake::Plus;
+using fake::CloseWith;
+using fake::Silence;
+using fake::Transfer;
+using fake::Epsv;
+using fake::Pasv;
 
 class FakeServerTest : public ::testing::Test {
  protected:

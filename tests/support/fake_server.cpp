@@ -84,6 +84,47 @@ std::vector<Step> Login() {
           On("FEAT", "500 no FEAT here\r\n")};
 }
 
+std::vector<Step> Plus(std::vector<Step> a, const std::vector<Step>& b) {
+  a.insert(a.end(), b.begin(), b.end());
+  return a;
+}
+
+Step CloseWith(std::string bytes, std::string expect) {
+  Step s;
+  s.expect = std::move(expect);
+  s.action = Step::Action::Close;
+  s.reply = std::move(bytes);
+  return s;
+}
+
+Step Silence(std::string expect) {
+  Step s;
+  s.expect = std::move(expect);
+  s.action = Step::Action::Silence;
+  return s;
+}
+
+Step Transfer(std::string expect, std::string data, std::string end) {
+  Step s = On(std::move(expect), "150 here it comes\r\n");
+  s.sendData = true;
+  s.data = std::move(data);
+  s.afterData = end;
+  s.closeAfterData = end.empty();
+  return s;
+}
+
+Step Epsv() {
+  Step s = On("EPSV", "229 Entering Extended Passive Mode (|||{PORT}|)\r\n");
+  s.openData = true;
+  return s;
+}
+
+Step Pasv(std::string reply) {
+  Step s = On("PASV", std::move(reply));
+  s.openData = true;
+  return s;
+}
+
 FakeServer::FakeServer(std::vector<Step> script) : m_script(std::move(script)) {
   m_listener = Listen();
   m_port = m_listener >= 0 ? PortOf(m_listener) : 0;
@@ -214,7 +255,14 @@ void FakeServer::Serve(int control) {
         return;
       }
       std::this_thread::sleep_for(std::chrono::milliseconds(step.dataPauseMs));
-      SendAll(data, step.data, 0);
+      if (step.dataPieceSize == 0) {
+        SendAll(data, step.data, 0);
+      } else {
+        for (size_t at = 0; at < step.data.size() && !m_stop; at += step.dataPieceSize) {
+          if (!SendAll(data, step.data.substr(at, step.dataPieceSize), 0)) break;
+          std::this_thread::sleep_for(std::chrono::milliseconds(step.dataPieceMs));
+        }
+      }
       close(data);
       if (step.closeAfterData) return;
       if (!step.afterData.empty() && !SendAll(control, step.afterData, 0)) return;

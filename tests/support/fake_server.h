@@ -32,6 +32,10 @@ struct Step {
   // Silence on the data connection before `data`, as a server that builds
   // a long listing keeps.
   int dataPauseMs = 0;
+  // The data in pieces of this many bytes with a pause between them: a
+  // transfer that lasts, for cancelling it midway. 0: all at once.
+  size_t dataPieceSize = 0;
+  int dataPieceMs = 0;
   // After `data`, close the control connection too (no end reply).
   bool closeAfterData = false;
   // Then send this reply (the end of the transfer) unless closed.
@@ -40,8 +44,19 @@ struct Step {
 
 Step Greet(std::string reply);
 Step On(std::string expect, std::string reply);
-// The usual login: greeting, USER, PASS, FEAT (no features), TYPE I.
+// The usual login: greeting, USER, PASS, FEAT (no features).
 std::vector<Step> Login();
+std::vector<Step> Plus(std::vector<Step> a, const std::vector<Step>& b);
+// Sends `bytes` (after `expect`, if any), then closes the connection.
+Step CloseWith(std::string bytes, std::string expect = {});
+// Says nothing (after `expect`, if any) until the client gives up.
+Step Silence(std::string expect = {});
+// A transfer command answered with 150, `data` on the data connection,
+// then `end` (or a closed control connection when `end` is empty).
+Step Transfer(std::string expect, std::string data, std::string end = "226 done\r\n");
+// Passive mode, opening the data listener.
+Step Epsv();
+Step Pasv(std::string reply = "227 Entering Passive Mode (127,0,0,1,{P1},{P2})\r\n");
 
 class FakeServer {
  public:

@@ -1,0 +1,338 @@
+#include "transfer/transferqueue.h"
+
+#include <algorithm>
+#include <cmath>
+#include <new>
+#include <type_traits>
+
+namespace ftpzn {
+namespace {
+
+const SharedText& QueuedText() {
+  static const SharedText text("Queued");
+  return text;
+}
+
+const SharedText& FailedText() {
+  static const SharedText text("Failed");
+  return text;
+}
+
+wxString CollapseSlashes(wxString path) {
+  while (path.Replace("//", "/") > 0) {
+  }
+  return path;
+}
+
+wxString FormatDuration(uint64_t seconds) {
+  if (seconds >= 3600)
+    return wxString::Format("%llu:%02llu:%02llu", static_cast<unsigned long long>(seconds / 3600),
+                            static_cast<unsigned long long>(seconds / 60 % 60),
+                            static_cast<unsigned long long>(seconds % 60));
+  return wxString::Format("%llu:%02llu", static_cast<unsigned long long>(seconds / 60),
+                          static_cast<unsigned long long>(seconds % 60));
+}
+
+}  // namespace
+
+wxString FormatByteCount(uint64_t bytes) {
+  if (bytes < 1024) return wxString::Format("%llu B", static_cast<unsigned long long>(bytes));
+  const char* const units[] = {"KB", "MB", "GB", "TB"};
+  double value = static_cast<double>(bytes) / 1024;
+  size_t unit = 0;
+  while (value >= 1024 && unit + 1 < std::size(units)) {
+    value /= 1024;
+    ++unit;
+  }
+  return wxString::Format("%.1f %s", value, units[unit]);
+}
+
+wxString FormatTransferProgress(uint64_t done, uint64_t total, double bytesPerSecond) {
+  const bool sized = total != 0 && done <= total;
+  wxString text;
+  if (sized) text << static_cast<int>(done * 100 / total) << "%  ";
+  text << FormatByteCount(done);
+  if (bytesPerSecond >= 0) {
+    text << "  " << FormatByteCount(static_cast<uint64_t>(bytesPerSecond)) << "/s";
+    if (sized && bytesPerSecond > 0) {
+      const double left = static_cast<double>(total - done) / bytesPerSecond;
+      text << "  " << FormatDuration(static_cast<uint64_t>(std::ceil(left))) << " left";
+    }
+  }
+  return text;
+}
+
+TransferQueue::~TransferQueue() { KillAll(); }
+
+bool TransferQueue::AddDownload(const TransferArgs& args) { return Add<CThreadFtpDownload>(args, false); }
+
+bool TransferQueue::AddUpload(const TransferArgs& args) { return Add<CThreadFtpUpload>(args, true); }
+
+template <typename Worker>
+bool TransferQueue::Add(const TransferArgs& args, bool upload) {
+  std::unique_ptr<Worker> worker;
+  uint32_t id = 0;
+  // Out of memory is the one way making a worker fails here; it lists
+  // nothing and leaves the queue as it was.
+  try {
+    // Made by class, as every worker always was.
+    worker.reset(dynamic_cast<Worker*>(wxCLASSINFO(Worker)->CreateObject()));
+    if (!worker || !worker->CreateThread(WorkerThread::kCreateSuspended)) return false;
+    // Filled before it is listed, so that the row shows its texts at once;
+    // nothing else reads them until the scheduler resumes it.
+    worker->m_strHost = SharedText::Reuse(m_lastHost, args.host);
+    worker->m_strUser = SharedText::Reuse(m_lastUser, args.user);
+    worker->m_strPassword = SharedText::Reuse(m_lastPassword, args.password);
+    worker->m_strLocalDir = SharedText::Reuse(m_lastLocalDir, args.localDir);
+    worker->m_strRemoteDir = SharedText::Reuse(m_lastRemoteDir, args.remoteDir);
+    worker->m_strFileName = args.fileName;
+    worker->m_dwFileSize = args.fileSize;
+    worker->m_dwTransferType = args.transferType;
+    worker->m_nAttempts = args.attempts;
+    worker->m_nRetryDelay = args.retryDelay;
+    worker->m_nPort = args.port;
+    worker->m_bPassive = args.passive ? 1 : 0;
+    worker->m_pOwner = GetSink();
+    worker->m_dwTimeout = static_cast<uint32_t>(m_nConnectionTimeout) * 1000;
+    id = worker->m_nThreadID;
+    if (!args.failed) m_queued.insert(id);
+    m_rows.push_back({id, upload, worker.get(), args.failed ? FailedText() : QueuedText()});
+  } catch (const std::bad_alloc&) {
+    m_queued.erase(id);
+    return false;
+  }
+  OnRowAppended();
+  if (!upload) PumpAfterDownloadAdded();
+  Worker* listed = worker.get();
+  try {
+    if constexpr (std::is_same_v<Worker, CThreadFtpDownload>)
+      m_listDownloads.emplace(id, std::move(worker));
+    else
+      m_listUploads.emplace(id, std::move(worker));
+  } catch (const std::bad_alloc&) {
+    if (const long index = FindRow(id); index >= 0) RemoveRow(static_cast<size_t>(index));
+    return false;
+  }
+  listed->SetThreadPriority(WorkerThread::kPriorityNormal);
+  RunScheduler();
+  return true;
+}
+
+template <typename Worker>
+void TransferQueue::StartIfListed(std::map<uint32_t, std::unique_ptr<Worker>>& list, uint32_t threadId) {
+  const auto found = list.find(threadId);
+  if (found == list.end()) return;
+  ++m_nActive;
+  found->second->ResumeThread();
+}
+
+void TransferQueue::StartQueued(uint32_t threadId) {
+  StartIfListed(m_listDownloads, threadId);
+  StartIfListed(m_listUploads, threadId);
+}
+
+// The rule, kept as it always was: the limit is overwritten with 1 on every
+// run, the run stops only when *more* than one transfer is counted, and
+// every item from the first that reads "Queued" is resumed and counted
+// until the count reaches the limit. An item reads "Queued" until its worker
+// posts its first line, so a running worker can be counted twice; only the
+// end messages lower the count.
+void TransferQueue::RunScheduler() {
+  if (m_bHold) return;
+  m_nTransferMax = 1;
+  if (m_nActive > 1 || m_rows.empty()) return;
+  // The walk over every item stops after the first one or after a queued
+  // one: items between queued ones change nothing, so only the first item
+  // and the queued ones are visited.
+  const uint32_t first = m_rows.front().threadId;
+  if (m_queued.count(first)) StartQueued(first);
+  if (LimitReached()) return;
+  for (auto it = m_queued.upper_bound(first); it != m_queued.end();) {
+    const uint32_t id = *it++;
+    StartQueued(id);
+    if (LimitReached()) return;
+  }
+}
+
+long TransferQueue::FindRow(uint32_t threadId) const {
+  const auto it = std::lower_bound(m_rows.begin(), m_rows.end(), threadId,
+                                   [](const TransferRow& row, uint32_t id) { return row.threadId < id; });
+  if (it == m_rows.end() || it->threadId != threadId) return -1;
+  return static_cast<long>(it - m_rows.begin());
+}
+
+CThreadFtp* TransferQueue::FindWorker(uint32_t threadId) const {
+  if (const auto d = m_listDownloads.find(threadId); d != m_listDownloads.end()) return d->second.get();
+  if (const auto u = m_listUploads.find(threadId); u != m_listUploads.end()) return u->second.get();
+  return nullptr;
+}
+
+wxString TransferQueue::GetCellText(size_t index, int column) const {
+  if (index >= m_rows.size()) return wxString();
+  const TransferRow& row = m_rows[index];
+  const CThreadFtp& w = *row.worker;
+  switch (column) {
+    case kColumnFilename:
+      return w.m_strFileName;
+    case kColumnHost:
+      return w.m_strHost;
+    case kColumnFrom:
+      // Directories for a download, whole paths for an upload, as always.
+      return row.upload ? CollapseSlashes(w.m_strLocalDir.str() + "/" + w.m_strFileName) : w.m_strRemoteDir.str();
+    case kColumnTo:
+      return row.upload ? CollapseSlashes(w.m_strRemoteDir.str() + "/" + w.m_strFileName) : w.m_strLocalDir.str();
+    case kColumnStatus:
+      return row.status;
+    case kColumnProgress: {
+      const auto meter = m_meters.find(row.threadId);
+      return meter == m_meters.end() ? wxString() : meter->second.text;
+    }
+    default:
+      return wxString();
+  }
+}
+
+void TransferQueue::SetStatus(size_t index, const SharedText& status) {
+  TransferRow& row = m_rows[index];
+  row.status = status;
+  if (status == QueuedText().str())
+    m_queued.insert(row.threadId);
+  else
+    m_queued.erase(row.threadId);
+}
+
+void TransferQueue::RemoveRow(size_t index) {
+  const uint32_t id = m_rows[index].threadId;
+  m_queued.erase(id);
+  m_meters.erase(id);
+  m_rows.erase(m_rows.begin() + static_cast<std::ptrdiff_t>(index));
+  OnRowRemoved(index);
+}
+
+void TransferQueue::OnStatus(uint32_t threadId, const wxString& text) {
+  ShowStatusText(text);
+  const long index = FindRow(threadId);
+  if (index < 0) return;
+  SetStatus(static_cast<size_t>(index), text);
+  OnRowChanged(static_cast<size_t>(index));
+}
+
+void TransferQueue::OnProgress(uint32_t threadId, uint64_t bytes, uint64_t nowMs) {
+  const CThreadFtp* worker = FindWorker(threadId);
+  if (!worker) return;
+  ProgressMeter& meter = m_meters[threadId];
+  if (!meter.shown || nowMs - meter.shownMs >= kProgressRefreshMs) {
+    double rate = -1;
+    if (!meter.shown) {
+      meter.startMs = nowMs;
+    } else if (nowMs > meter.shownMs) {
+      rate = static_cast<double>(bytes - meter.shownBytes) * 1000.0 / static_cast<double>(nowMs - meter.shownMs);
+    }
+    meter.text = FormatTransferProgress(bytes, worker->m_dwFileSize, rate);
+    meter.shown = true;
+    meter.shownMs = nowMs;
+    meter.shownBytes = bytes;
+  }
+  OnStatus(threadId, worker->ProgressLine(bytes));
+}
+
+void TransferQueue::OnDownloadDone(uint32_t threadId) {
+  const auto found = m_listDownloads.find(threadId);
+  if (found == m_listDownloads.end()) return;
+  if (const long index = FindRow(threadId); index >= 0) RemoveRow(static_cast<size_t>(index));
+  std::unique_ptr<CThreadFtpDownload> worker = std::move(found->second);
+  m_listDownloads.erase(found);
+  --m_nActive;
+  if (worker->m_bFailed && m_bRemoveFailed == 0) {
+    TransferArgs again{worker->m_strHost,    worker->m_strUser,    worker->m_strPassword,
+                       worker->m_strFileName, worker->m_strLocalDir, worker->m_strRemoteDir};
+    again.fileSize = worker->m_dwFileSize;
+    again.transferType = worker->m_dwTransferType;
+    again.attempts = worker->m_nAttempts;
+    again.retryDelay = worker->m_nRetryDelay;
+    again.port = worker->m_nPort;
+    again.passive = worker->m_bPassive != 0;
+    again.failed = true;
+    AddDownload(again);
+  }
+  worker.release()->KillThread();
+  RefreshPane(false);
+  RunScheduler();
+}
+
+void TransferQueue::OnUploadDone(uint32_t threadId) {
+  const auto found = m_listUploads.find(threadId);
+  if (found == m_listUploads.end()) return;
+  if (const long index = FindRow(threadId); index >= 0) RemoveRow(static_cast<size_t>(index));
+  std::unique_ptr<CThreadFtpUpload> worker = std::move(found->second);
+  m_listUploads.erase(found);
+  --m_nActive;
+  if (worker->m_bFailed && m_bRemoveFailed == 0) {
+    // Listed again with its settings one place early, and queued rather
+    // than failed: so it has always been, and so it stays.
+    TransferArgs again{worker->m_strHost,    worker->m_strUser,    worker->m_strPassword,
+                       worker->m_strFileName, worker->m_strLocalDir, worker->m_strRemoteDir};
+    again.fileSize = worker->m_dwTransferType;
+    again.transferType = worker->m_nAttempts;
+    again.attempts = worker->m_nRetryDelay;
+    again.retryDelay = worker->m_nPort;
+    again.port = static_cast<uint32_t>(worker->m_bPassive);
+    again.passive = true;
+    again.failed = false;
+    AddUpload(again);
+  }
+  worker.release()->KillThread();
+  RefreshPane(true);
+  RunScheduler();
+}
+
+void TransferQueue::CancelRows(const std::vector<long>& rows) {
+  auto cancel = [](CThreadFtp& worker) {
+    worker.m_hEventKill.Set();
+    uint32_t previous = 0;
+    do {
+      previous = worker.ResumeThread();
+    } while (previous > 1 && previous != WorkerThread::kResumeFailed);
+  };
+  for (const long index : rows) {
+    if (index < 0 || static_cast<size_t>(index) >= m_rows.size()) continue;
+    const uint32_t id = m_rows[static_cast<size_t>(index)].threadId;
+    if (const auto d = m_listDownloads.find(id); d != m_listDownloads.end()) cancel(*d->second);
+    if (const auto u = m_listUploads.find(id); u != m_listUploads.end()) cancel(*u->second);
+  }
+}
+
+void TransferQueue::ResubmitRows(const std::vector<long>& rows) {
+  for (const long index : rows) {
+    if (index < 0 || static_cast<size_t>(index) >= m_rows.size()) continue;
+    const TransferRow& row = m_rows[static_cast<size_t>(index)];
+    if (row.status != QueuedText().str() && row.status != FailedText().str()) continue;
+    // Downloads only: uploads are not resubmitted.
+    const auto d = m_listDownloads.find(row.threadId);
+    if (d == m_listDownloads.end()) continue;
+    ++m_nActive;
+    d->second->ResumeThread();
+  }
+}
+
+void TransferQueue::KillAll() {
+  // Every running worker hears the cancel at once and stops in parallel;
+  // each is then awaited in turn.
+  for (auto& [id, worker] : m_listDownloads) worker->m_hEventKill.Set();
+  for (auto& [id, worker] : m_listUploads) worker->m_hEventKill.Set();
+  while (!m_listDownloads.empty()) {
+    CThreadFtpDownload* worker = m_listDownloads.begin()->second.release();
+    m_listDownloads.erase(m_listDownloads.begin());
+    worker->KillThread();
+  }
+  while (!m_listUploads.empty()) {
+    CThreadFtpUpload* worker = m_listUploads.begin()->second.release();
+    m_listUploads.erase(m_listUploads.begin());
+    worker->KillThread();
+  }
+  m_rows.clear();
+  m_queued.clear();
+  m_meters.clear();
+}
+
+}  // namespace ftpzn

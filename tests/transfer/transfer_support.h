@@ -1,0 +1,98 @@
+// What the transfer tests share: files on disk, a port nobody listens on,
+// and a sink that records what a worker posts.
+#pragma once
+
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <fstream>
+#include <mutex>
+#include <optional>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "transfer/threadftp.h"
+
+namespace ftpzn::test {
+
+inline std::string ReadBytes(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), {});
+}
+
+inline void WriteBytes(const std::string& path, const std::string& bytes) {
+  std::ofstream(path, std::ios::binary | std::ios::trunc) << bytes;
+}
+
+inline std::string RandomBytes(size_t size, unsigned seed) {
+  std::mt19937 rng(seed);
+  std::string s(size, '\0');
+  for (char& c : s) c = static_cast<char>(rng());
+  return s;
+}
+
+// A loopback port that refuses connections: bound, then let go.
+inline uint16_t ClosedPort() {
+  const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_in a{};
+  a.sin_family = AF_INET;
+  a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  socklen_t len = sizeof a;
+  bind(fd, reinterpret_cast<sockaddr*>(&a), sizeof a);
+  getsockname(fd, reinterpret_cast<sockaddr*>(&a), &len);
+  close(fd);
+  return ntohs(a.sin_port);
+}
+
+class RecordingSink : public TransferSink {
+ public:
+  void PostProgress(CThreadFtp& worker, uint64_t bytes) override {
+    std::lock_guard lock(m_mutex);
+    m_lines.push_back(worker.ProgressLine(bytes));
+    ++m_progress;
+    m_condition.notify_all();
+  }
+  void PostStatus(CThreadFtp&, const wxString& text) override {
+    std::lock_guard lock(m_mutex);
+    m_lines.push_back(text);
+  }
+  void PostEnd(CThreadFtp&, TransferMessage message) override {
+    std::lock_guard lock(m_mutex);
+    m_end = message;
+    m_condition.notify_all();
+  }
+  // Whether the end came within `ms`.
+  bool WaitEnd(int ms) {
+    std::unique_lock lock(m_mutex);
+    return m_condition.wait_for(lock, std::chrono::milliseconds(ms), [this] { return m_end.has_value(); });
+  }
+  bool WaitProgress(int ms) {
+    std::unique_lock lock(m_mutex);
+    return m_condition.wait_for(lock, std::chrono::milliseconds(ms), [this] { return m_progress > 0; });
+  }
+  std::vector<wxString> Lines() {
+    std::lock_guard lock(m_mutex);
+    return m_lines;
+  }
+  size_t ProgressCount() {
+    std::lock_guard lock(m_mutex);
+    return m_progress;
+  }
+  std::optional<TransferMessage> End() {
+    std::lock_guard lock(m_mutex);
+    return m_end;
+  }
+
+ private:
+  std::mutex m_mutex;
+  std::condition_variable m_condition;
+  std::vector<wxString> m_lines;
+  size_t m_progress = 0;
+  std::optional<TransferMessage> m_end;
+};
+
+}  // namespace ftpzn::test

@@ -1,0 +1,368 @@
+// The workers and the queue without a window: transfers against vsftpd,
+// pure-ftpd and proftpd started on loopback, with their lines, sentences,
+// attempts, cancels and refusals; a scripted server for a transfer that
+// lasts or breaks midway; the scheduler's rule.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <filesystem>
+#include <functional>
+#include <thread>
+
+#include "fake_server.h"
+#include "ftp_servers.h"
+#include "inet/inet.h"
+#include "transfer/transferqueue.h"
+#include "transfer_support.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+namespace fake = ftpzn::inet::fake;
+using ftpzn::test::ReadBytes;
+using ftpzn::test::RecordingSink;
+using ftpzn::testing::FtpServerKind;
+using ftpzn::testing::FtpTestServer;
+using Clock = std::chrono::steady_clock;
+
+struct SampleFile {
+  const char* name;  // UTF-8
+  size_t size;
+};
+const SampleFile kFiles[] = {
+    {"empty.bin", 0}, {"block.bin", 4096}, {"ten.bin", 10 << 20}, {"name with spaces \xc3\xa9\xe6\x97\xa5.txt", 5000}};
+
+void Populate(const std::string& root) {
+  fs::create_directories(root + "/pub");
+  fs::create_directories(root + "/up");
+  unsigned seed = 1;
+  for (const SampleFile& f : kFiles) ftpzn::test::WriteBytes(root + "/pub/" + f.name, ftpzn::test::RandomBytes(f.size, seed++));
+}
+
+// What a worker left behind once it ended.
+struct Outcome {
+  wxString result;
+  int failed = 0;
+  std::vector<wxString> lines;
+  size_t progress = 0;
+  std::optional<ftpzn::TransferMessage> end;
+  double seconds = 0;
+};
+
+// Fills a worker, runs it to its end (bounded) and disposes of it.
+class Runner {
+ public:
+  template <typename Worker>
+  Worker* Make(const wxString& name, const wxString& remoteDir, const wxString& localDir) {
+    auto* worker = new Worker;
+    worker->m_strHost = "127.0.0.1";
+    worker->m_strUser = FtpTestServer::kUser;
+    worker->m_strPassword = FtpTestServer::kPassword;
+    worker->m_bPassive = 1;
+    worker->m_dwTimeout = 10000;
+    worker->m_strFileName = name;
+    worker->m_strRemoteDir = remoteDir;
+    worker->m_strLocalDir = localDir;
+    worker->m_pOwner = m_sink = std::make_shared<RecordingSink>();
+    worker->CreateThread(ftpzn::WorkerThread::kCreateSuspended);
+    return worker;
+  }
+
+  // `during` runs on this thread once the worker has been resumed.
+  Outcome Finish(CThreadFtp* worker, const std::function<void()>& during = {}) {
+    const auto start = Clock::now();
+    worker->ResumeThread();
+    if (during) during();
+    EXPECT_TRUE(worker->m_hEventDead.Wait(30000)) << "the worker never ended";
+    Outcome out{worker->GetResult(), worker->m_bFailed, m_sink->Lines(), m_sink->ProgressCount(), m_sink->End()};
+    out.seconds = std::chrono::duration<double>(Clock::now() - start).count();
+    worker->KillThread();
+    return out;
+  }
+  RecordingSink& Sink() { return *m_sink; }
+
+ private:
+  std::shared_ptr<RecordingSink> m_sink;
+};
+
+class WorkerTest : public ::testing::TestWithParam<FtpServerKind> {
+ protected:
+  void SetUp() override {
+    ftpzn::testing::SharedFtpServer& shared = ftpzn::testing::SharedServer(GetParam(), "ftpzn-xfer-", Populate);
+    ASSERT_TRUE(shared.server) << shared.error;
+    m_port = shared.server->Port();
+    m_root = shared.root;
+    m_local = ftpzn::testing::MakeScratchDir("ftpzn-local-");
+  }
+  void TearDown() override { ftpzn::testing::RemoveTree(m_local); }
+
+  template <typename Worker>
+  Worker* Make(const wxString& name, const wxString& remoteDir, const wxString& localDir) {
+    Worker* worker = m_runner.Make<Worker>(name, remoteDir, localDir);
+    worker->m_nPort = m_port;
+    return worker;
+  }
+
+  Runner m_runner;
+  uint16_t m_port = 0;
+  std::string m_root;
+  std::string m_local;
+};
+
+std::string KindName(const ::testing::TestParamInfo<FtpServerKind>& info) {
+  std::string name = ftpzn::testing::FtpServerName(info.param);
+  for (char& c : name)
+    if (!isalnum(static_cast<unsigned char>(c))) c = '_';
+  return name;
+}
+
+TEST_P(WorkerTest, DownloadAndUploadByteExactWithTheirLines) {
+  for (const SampleFile& f : kFiles) {
+    const wxString name = wxString::FromUTF8(f.name);
+    SCOPED_TRACE(f.name);
+    const std::string original = ReadBytes(m_root + "/pub/" + f.name);
+    // One progress line per block read, the last (empty or short) one too.
+    const size_t lines = f.size ? f.size / 4096 + 1 : 0;
+    const int size = static_cast<int>(f.size);
+
+    auto* down = Make<CThreadFtpDownload>(name, "/pub", wxString::FromUTF8(m_local) + "/");
+    down->m_dwFileSize = static_cast<uint32_t>(f.size);
+    const Outcome d = m_runner.Finish(down);
+    EXPECT_EQ(d.result, "\"" + name + "\" successfully downloaded.");
+    EXPECT_EQ(d.failed, 0);
+    EXPECT_EQ(d.end, ftpzn::WM_FTP_DOWNLOAD_DONE);
+    EXPECT_TRUE(ReadBytes(m_local + "/" + f.name) == original);
+    ASSERT_EQ(d.progress, lines);
+    ASSERT_EQ(d.lines.size(), lines + 1);
+    EXPECT_EQ(d.lines.back(), "Finished");
+    if (lines) {
+      EXPECT_EQ(d.lines[lines - 1], wxString::Format("Receiving: %s(%d/%d)", name, size, size));
+    }
+
+    auto* up = Make<CThreadFtpUpload>(name, "/up", wxString::FromUTF8(m_local));
+    const Outcome u = m_runner.Finish(up);
+    EXPECT_EQ(u.result, "\"" + name + "\" successfully uploaded.");
+    EXPECT_EQ(u.end, ftpzn::WM_FTP_UPLOAD_DONE);
+    EXPECT_TRUE(ReadBytes(m_root + "/up/" + f.name) == original);
+    ASSERT_EQ(u.progress, lines);
+    EXPECT_EQ(u.lines.back(), "Finished");
+    if (lines) {
+      EXPECT_EQ(u.lines[lines - 1], wxString::Format("Sending: %s(%d/%d)\n", name, size, size));
+    }
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Servers, WorkerTest, ::testing::ValuesIn(ftpzn::testing::AllFtpServers()), KindName);
+
+// Refusals against one real server: what the user reads, and that a name
+// which would leave the local directory never reaches the disk.
+class RefusalTest : public WorkerTest {};
+
+TEST_P(RefusalTest, ResultTexts) {
+  const wxString local = wxString::FromUTF8(m_local);
+  const wxString parent = wxString::FromUTF8(fs::path(m_local).parent_path().string());
+  struct Case {
+    bool upload;
+    const char* name;
+    const char* remoteDir;
+    wxString expected;  // a prefix when it ends in '*'
+  } cases[] = {
+      {false, "block.bin", "/nowhere", "550*"},
+      {false, "missing.bin", "/pub", "Internet Exception Error 12003550*"},
+      {false, "../escape.txt", "/pub", "Unable to create file " + local + "/../escape.txt"},
+      {false, "a/b", "/pub", "Unable to create file " + local + "/a/b"},
+      {false, "..", "/pub", "Unable to create file " + local + "/.."},
+      {true, "absent.bin", "/up", "Unable to open file " + local + "/absent.bin  "},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    CThreadFtp* worker = c.upload ? static_cast<CThreadFtp*>(Make<CThreadFtpUpload>(c.name, c.remoteDir, local))
+                                  : Make<CThreadFtpDownload>(c.name, c.remoteDir, local + "/");
+    const Outcome out = m_runner.Finish(worker);
+    EXPECT_EQ(out.failed, 1);
+    if (c.expected.EndsWith("*"))
+      EXPECT_TRUE(out.result.StartsWith(c.expected.BeforeLast('*'))) << out.result;
+    else
+      EXPECT_EQ(out.result, c.expected);
+    EXPECT_EQ(out.result.find_first_of("\r\n"), wxString::npos);
+  }
+  // The local file is made before the server is asked for the remote one;
+  // nothing else reached the disk, inside the directory or beside it.
+  std::vector<std::string> made;
+  for (const auto& entry : fs::directory_iterator(m_local)) made.push_back(entry.path().filename().string());
+  EXPECT_EQ(made, std::vector<std::string>{"missing.bin"});
+  EXPECT_FALSE(fs::exists(fs::path(m_local).parent_path() / "escape.txt")) << parent;
+}
+
+INSTANTIATE_TEST_SUITE_P(Vsftpd, RefusalTest, ::testing::Values(FtpServerKind::Vsftpd), KindName);
+
+// A server that refuses every connection, tried three times a second apart.
+TEST(WorkerAttempts, ThreeAttemptsEndWithTheLastError) {
+  Runner runner;
+  auto* down = runner.Make<CThreadFtpDownload>("a.txt", "/", "/tmp/");
+  down->m_nPort = ftpzn::test::ClosedPort();
+  down->m_nAttempts = 3;
+  down->m_nRetryDelay = 1;
+  const Outcome out = runner.Finish(down);
+  std::wstring refused;
+  ftpzn::inet::CInternetException(12029).GetErrorMessage(refused);
+  EXPECT_EQ(out.result, wxString(refused));
+  EXPECT_EQ(out.failed, 1);
+  EXPECT_GE(out.seconds, 2.0);  // two pauses between three attempts
+  EXPECT_LT(out.seconds, 4.0);
+}
+
+TEST(WorkerCancel, BeforeStartDuringRetryWaitAndMidway) {
+  std::wstring refusedText;
+  ftpzn::inet::CInternetException(12029).GetErrorMessage(refusedText);
+  struct Case {
+    const char* what;
+    bool upload;
+    int cancelAfterMs;  // -1: before it starts
+    wxString result;
+    bool ends;
+  } cases[] = {
+      {"queued download", false, -1, "\\a.txt\\ download cancelled.", true},
+      {"queued upload", true, -1, "\"a.txt\" upload cancelled.", false},
+      {"download waiting to retry", false, 300, refusedText, true},
+      {"upload waiting to retry", true, 300, "Retrying after 30 seconds...", true},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    Runner runner;
+    CThreadFtp* worker = c.upload ? static_cast<CThreadFtp*>(runner.Make<CThreadFtpUpload>("a.txt", "/", "/tmp"))
+                                  : runner.Make<CThreadFtpDownload>("a.txt", "/", "/tmp/");
+    worker->m_nPort = ftpzn::test::ClosedPort();
+    worker->m_nAttempts = 3;
+    worker->m_nRetryDelay = 30;
+    if (c.cancelAfterMs < 0) worker->m_hEventKill.Set();
+    const Outcome out = runner.Finish(worker, [&] {
+      if (c.cancelAfterMs < 0) return;
+      std::this_thread::sleep_for(std::chrono::milliseconds(c.cancelAfterMs));
+      worker->m_hEventKill.Set();
+    });
+    EXPECT_EQ(out.result, c.result);
+    EXPECT_EQ(out.end.has_value(), c.ends);
+    EXPECT_LT(out.seconds, 5.0);
+  }
+
+  // Midway: the server trickles the file; what arrived stays on disk.
+  fake::Step trickle = fake::Transfer("RETR slow.bin", std::string(400 * 1024, 's'));
+  trickle.dataPieceSize = 4096;
+  trickle.dataPieceMs = 10;
+  fake::FakeServer server(fake::Plus(fake::Login(), {fake::On("CWD /pub", "250 ok\r\n"),
+                                                     fake::On("TYPE I", "200 ok\r\n"), fake::Epsv(), trickle}));
+  const std::string local = ftpzn::testing::MakeScratchDir("ftpzn-cancel-");
+  Runner runner;
+  auto* down = runner.Make<CThreadFtpDownload>("slow.bin", "/pub", wxString::FromUTF8(local) + "/");
+  down->m_nPort = server.Port();
+  down->m_dwFileSize = 400 * 1024;
+  const Outcome out = runner.Finish(down, [&] {
+    EXPECT_TRUE(runner.Sink().WaitProgress(5000));
+    down->m_hEventKill.Set();
+  });
+  EXPECT_EQ(out.result, "\"slow.bin\" download cancelled.");
+  EXPECT_EQ(out.failed, 0);
+  EXPECT_EQ(out.lines.back(), "Finished");
+  const size_t kept = ReadBytes(local + "/slow.bin").size();
+  EXPECT_GE(kept, 4096u);
+  EXPECT_LT(kept, 400u * 1024);
+  ftpzn::testing::RemoveTree(local);
+}
+
+TEST(WorkerFailure, BrokenDownloadKeepsWhatArrived) {
+  fake::FakeServer server(
+      fake::Plus(fake::Login(), {fake::On("CWD /", "250 ok\r\n"), fake::On("TYPE I", "200 ok\r\n"), fake::Epsv(),
+                                 fake::Transfer("RETR part.bin", std::string(10000, 'p'), "426 Connection broken\r\n")}));
+  const std::string local = ftpzn::testing::MakeScratchDir("ftpzn-broken-");
+  Runner runner;
+  auto* down = runner.Make<CThreadFtpDownload>("part.bin", "/", wxString::FromUTF8(local) + "/");
+  down->m_nPort = server.Port();
+  const Outcome out = runner.Finish(down);
+  EXPECT_EQ(out.result, "Internet Exception Error 12003426 Connection broken");
+  EXPECT_EQ(out.failed, 1);
+  EXPECT_EQ(ReadBytes(local + "/part.bin"), std::string(10000, 'p'));
+  ftpzn::testing::RemoveTree(local);
+}
+
+TEST(LocalFile, OneWriterAtATime) {
+  const std::string dir = ftpzn::testing::MakeScratchDir("ftpzn-lf-");
+  const wxString path = wxString::FromUTF8(dir) + "/one.bin";
+  ftpzn::LocalFile first, second, reader;
+  ASSERT_TRUE(first.Open(path, ftpzn::LocalFile::modeCreate | ftpzn::LocalFile::modeWrite));
+  first.Write("abc", 3);
+  ftpzn::CFileException error;
+  // Another path to the same file is the same file.
+  EXPECT_FALSE(second.Open(wxString::FromUTF8(dir) + "/../" + fs::path(dir).filename().string() + "/one.bin",
+                           ftpzn::LocalFile::modeCreate | ftpzn::LocalFile::modeWrite, &error));
+  EXPECT_EQ(error.m_cause, ftpzn::CFileException::sharingViolation);
+  EXPECT_FALSE(reader.Open(path, ftpzn::LocalFile::modeRead));
+  first.Close();
+  ASSERT_TRUE(reader.Open(path, ftpzn::LocalFile::modeRead));
+  char buffer[8] = {};
+  EXPECT_EQ(reader.Read(buffer, sizeof buffer), 3u);
+  EXPECT_EQ(std::string(buffer, 3), "abc");
+  ftpzn::testing::RemoveTree(dir);
+}
+
+// The scheduler's rule, on workers that fail at once when started (nobody
+// listens on their port).
+class SchedulerTest : public ::testing::Test {
+ protected:
+  void Add(int count) {
+    ftpzn::TransferArgs args{"127.0.0.1", "u", "p", "f", "/tmp/", "/"};
+    args.port = ftpzn::test::ClosedPort();
+    for (int i = 0; i < count; ++i) ASSERT_TRUE(m_queue.AddDownload(args));
+  }
+  bool Started(size_t row) { return m_queue.GetRow(row).worker->HasStarted(); }
+
+  ftpzn::TransferQueue m_queue;
+};
+
+TEST_F(SchedulerTest, StartsOneCountsAQueuedOneAgainAndHolds) {
+  m_queue.m_bHold = 1;
+  m_queue.m_nTransferMax = 10;
+  Add(3);
+  EXPECT_FALSE(Started(0));
+  EXPECT_EQ(m_queue.m_nTransferMax, 10);  // held: the run did nothing at all
+  EXPECT_EQ(m_queue.GetCellText(0, ftpzn::TransferQueue::kColumnStatus), "Queued");
+
+  m_queue.m_bHold = 0;
+  m_queue.RunScheduler();
+  EXPECT_EQ(m_queue.m_nTransferMax, 1);
+  EXPECT_TRUE(Started(0));
+  EXPECT_FALSE(Started(1));
+  EXPECT_EQ(m_queue.m_nActive, 1);
+
+  // Still "Queued": counted again, which stops the next runs.
+  m_queue.RunScheduler();
+  EXPECT_EQ(m_queue.m_nActive, 2);
+  m_queue.RunScheduler();
+  EXPECT_EQ(m_queue.m_nActive, 2);
+  EXPECT_FALSE(Started(1));
+
+  // A line lifts the first out of "Queued"; its end lowers the count once,
+  // and with one still counted the next queued one starts all the same.
+  const uint32_t first = m_queue.GetRow(0).threadId;
+  m_queue.OnStatus(first, "Receiving: f(1/2)");
+  m_queue.m_bRemoveFailed = 1;
+  ASSERT_TRUE(m_queue.GetRow(0).worker->m_hEventDead.Wait(5000));
+  m_queue.OnDownloadDone(first);
+  EXPECT_EQ(m_queue.GetRowCount(), 2u);
+  EXPECT_TRUE(Started(0));
+  EXPECT_EQ(m_queue.m_nActive, 2);
+}
+
+TEST_F(SchedulerTest, QueuedRowsAfterFailedOnesStartInOrder) {
+  m_queue.m_bHold = 1;
+  Add(3);
+  m_queue.OnStatus(m_queue.GetRow(0).threadId, "Failed");
+  m_queue.OnStatus(m_queue.GetRow(1).threadId, "Failed");
+  m_queue.m_bHold = 0;
+  m_queue.RunScheduler();
+  EXPECT_FALSE(Started(0));
+  EXPECT_FALSE(Started(1));
+  EXPECT_TRUE(Started(2));
+}
+
+}  // namespace
