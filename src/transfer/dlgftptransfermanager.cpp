@@ -23,8 +23,8 @@ constexpr int kFileImage = 0;
 constexpr int kBorder = 1;
 constexpr int kIconSize = 32;
 // The template's client size.
-constexpr int kClientWidth = 640;
-constexpr int kClientHeight = 220;
+constexpr int kClientWidth = 960;
+constexpr int kClientHeight = 260;
 // The placement's show commands.
 constexpr int kShowNormal = 1;
 constexpr int kShowMinimized = 2;

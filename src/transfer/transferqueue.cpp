@@ -44,7 +44,9 @@ wxString FormatByteCount(uint64_t bytes) {
     value /= 1024;
     ++unit;
   }
-  return wxString::Format("%.1f %s", value, units[unit]);
+  // Three significant digits: the column is narrow.
+  const char* format = value < 10 ? "%.2f %s" : value < 100 ? "%.1f %s" : "%.0f %s";
+  return wxString::Format(format, value, units[unit]);
 }
 
 wxString FormatTransferProgress(uint64_t done, uint64_t total, double bytesPerSecond) {

@@ -45,11 +45,11 @@ struct TransferArgs {
   bool failed = false;
 };
 
-// "42%  430.0 MB  430.1 MB/s  0:02 left": how far a transfer of `total`
+// "42%  430 MB  430 MB/s  0:02 left": how far a transfer of `total`
 // bytes is after `done`, at `bytesPerSecond` (negative: not known yet).
 // Without a size, or once `done` is past it, only the bytes and the rate.
 wxString FormatTransferProgress(uint64_t done, uint64_t total, double bytesPerSecond);
-// 1023 B, 4.0 KB, 430.0 MB, 1.5 GB (units of 1024).
+// 1023 B, 4.00 KB, 43.1 MB, 430 MB, 1.50 GB: units of 1024, three digits.
 wxString FormatByteCount(uint64_t bytes);
 
 class TransferQueue {

@@ -366,3 +366,23 @@ TEST_F(SchedulerTest, QueuedRowsAfterFailedOnesStartInOrder) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST(TransferProgress, Texts) {
+  struct Case {
+    uint64_t done, total;
+    double rate;
+    const char* text;
+  } cases[] = {
+      {0, 0, -1, "0 B"},
+      {4096, 10240, -1, "40%  4.00 KB"},
+      {440401920, 1073741824, 451000000, "41%  420 MB  430 MB/s  0:02 left"},
+      {0, 4000000000u, 100000, "0%  0 B  97.7 KB/s  11:06:40 left"},
+      {5000, 4096, -1, "4.88 KB"},  // past a size that wrapped at 4 GiB
+      {1024, 2048, 0, "50%  1.00 KB  0 B/s"},
+  };
+  for (const Case& c : cases) EXPECT_EQ(ftpzn::FormatTransferProgress(c.done, c.total, c.rate), c.text);
+}
+
+}  // namespace
