@@ -158,10 +158,14 @@ void WorkerThread::ThreadMain(bool ownThread) {
     m_kernelId.store(static_cast<int>(CurrentThreadId()), std::memory_order_release);
     if (m_priority.load(std::memory_order_relaxed) != kPriorityNormal) ApplyPriority();
   }
-  if (!InitInstance())
-    ExitInstance();
-  else
-    Run();
+  // Nothing a thread meets may end the host's process.
+  try {
+    if (!InitInstance())
+      ExitInstance();
+    else
+      Run();
+  } catch (...) {
+  }
   if (ownThread) m_kernelId.store(0, std::memory_order_release);
   Delete();
 }

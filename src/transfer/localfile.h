@@ -51,38 +51,47 @@ class LocalFile {
   // for writing, any other open of it in this process fails as a sharing
   // violation, so two transfers never write one file.
   bool Open(const wxString& path, uint32_t flags, CFileException* error = nullptr);
-  bool IsOpen() const { return m_fd >= 0; }
+  bool IsOpen() const { return m_state != nullptr; }
   // Up to `count` bytes; 0 at the end. Throws CFileException.
   uint32_t Read(void* buffer, uint32_t count);
   // Throws CFileException; the failure may also surface at Close.
   void Write(const void* buffer, uint32_t count);
+  // The same without a copy of the block on the way: Read's bytes where
+  // the file already holds them (valid until the next call), and room in
+  // the file's own buffer for the next `count` bytes, of which Commit
+  // writes the first `n`. Each throws CFileException.
+  const char* ReadInPlace(uint32_t count, uint32_t& n);
+  char* WriteRoom(uint32_t count);
+  void Commit(uint32_t n);
   uint64_t GetLength() const;
   // Hands what is buffered to the system and closes; throws
   // CFileException when that fails (the file is closed all the same).
   void Close();
   // Closes without reporting: what is buffered is still written, as far as
   // the system takes it.
-  void Abort();
+  void Abort() noexcept;
 
  private:
-  struct Identity {
+  // Everything an open file needs, made at Open: a queued transfer's file
+  // costs one pointer.
+  struct State {
+    int fd = -1;
+    bool writing = false;
+    bool truncatePending = false;
     dev_t device = 0;
     ino_t inode = 0;
+    wxString path;
+    std::unique_ptr<char[]> buffer;
+    size_t begin = 0;  // reading: unread bytes are [begin, end)
+    size_t end = 0;    // writing: bytes to write are [0, end)
   };
   [[noreturn]] void Fail(int error) const;
   // Writes the buffer out; the errno of a failure, else 0.
   int Drain();
-  void CloseDescriptor(int error);
-  void Release();
+  // Closes and forgets the file; the errno of a failed close, else 0.
+  int CloseDescriptor();
 
-  int m_fd = -1;
-  bool m_writing = false;
-  bool m_truncatePending = false;
-  Identity m_identity;
-  wxString m_path;
-  std::unique_ptr<char[]> m_buffer;  // only while open
-  size_t m_begin = 0;                // reading: unread bytes are [m_begin, m_end)
-  size_t m_end = 0;                  // writing: bytes to write are [0, m_end)
+  std::unique_ptr<State> m_state;
 };
 
 }  // namespace ftpzn

@@ -85,7 +85,8 @@ class CThreadFtp : public wxObject, public ftpzn::WorkerThread {
   ftpzn::SharedText m_strLocalDir;
   ftpzn::SharedText m_strRemoteDir = "/";
   wxString m_strFileName = "*";
-  ftpzn::inet::CInternetSession m_session{nullptr, 1, ftpzn::inet::INTERNET_OPEN_TYPE_PRECONFIG};
+  // The thread's own session, made when it starts and closed at its end.
+  std::unique_ptr<ftpzn::inet::CInternetSession> m_session;
   std::unique_ptr<ftpzn::inet::CFtpConnection> m_pConnection;
   ftpzn::LocalFile m_file;
   wxString m_strResult;
@@ -103,7 +104,8 @@ class CThreadFtp : public wxObject, public ftpzn::WorkerThread {
   // exceptions pass.
   void SetMessage(const wxString& text);
   [[noreturn]] void ThrowMessage(const wxString& text);
-  void ApplyTimeouts();
+  // Opens the session and sets its time-outs.
+  void OpenSession();
   void Connect(bool upload);
   void EnterRemoteDirectory();
   void CloseRemote(ftpzn::inet::CInternetFile& remote);

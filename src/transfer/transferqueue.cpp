@@ -97,10 +97,10 @@ bool TransferQueue::Add(const TransferArgs& args, bool upload) {
     worker->m_pOwner = GetSink();
     worker->m_dwTimeout = static_cast<uint32_t>(m_nConnectionTimeout) * 1000;
     id = worker->m_nThreadID;
-    if (!args.failed) m_queued.insert(id);
     m_rows.push_back({id, upload, worker.get(), args.failed ? FailedText() : QueuedText()});
+    if (!args.failed) m_queued.push_back(id);
   } catch (const std::bad_alloc&) {
-    m_queued.erase(id);
+    if (!m_rows.empty() && m_rows.back().threadId == id) m_rows.pop_back();
     return false;
   }
   OnRowAppended();
@@ -108,9 +108,9 @@ bool TransferQueue::Add(const TransferArgs& args, bool upload) {
   Worker* listed = worker.get();
   try {
     if constexpr (std::is_same_v<Worker, CThreadFtpDownload>)
-      m_listDownloads.emplace(id, std::move(worker));
+      m_listDownloads.Append(std::move(worker));
     else
-      m_listUploads.emplace(id, std::move(worker));
+      m_listUploads.Append(std::move(worker));
   } catch (const std::bad_alloc&) {
     if (const long index = FindRow(id); index >= 0) RemoveRow(static_cast<size_t>(index));
     return false;
@@ -120,17 +120,19 @@ bool TransferQueue::Add(const TransferArgs& args, bool upload) {
   return true;
 }
 
-template <typename Worker>
-void TransferQueue::StartIfListed(std::map<uint32_t, std::unique_ptr<Worker>>& list, uint32_t threadId) {
-  const auto found = list.find(threadId);
-  if (found == list.end()) return;
-  ++m_nActive;
-  found->second->ResumeThread();
+void TransferQueue::StartQueued(uint32_t threadId) {
+  if (CThreadFtpDownload* download = m_listDownloads.Find(threadId)) {
+    ++m_nActive;
+    download->ResumeThread();
+  }
+  if (CThreadFtpUpload* upload = m_listUploads.Find(threadId)) {
+    ++m_nActive;
+    upload->ResumeThread();
+  }
 }
 
-void TransferQueue::StartQueued(uint32_t threadId) {
-  StartIfListed(m_listDownloads, threadId);
-  StartIfListed(m_listUploads, threadId);
+bool TransferQueue::IsQueuedRow(long index) const {
+  return index >= 0 && m_rows[static_cast<size_t>(index)].status == QueuedText().str();
 }
 
 // The rule, kept as it always was: the limit is overwritten with 1 on every
@@ -147,10 +149,19 @@ void TransferQueue::RunScheduler() {
   // one: items between queued ones change nothing, so only the first item
   // and the queued ones are visited.
   const uint32_t first = m_rows.front().threadId;
-  if (m_queued.count(first)) StartQueued(first);
+  if (IsQueuedRow(0)) StartQueued(first);
   if (LimitReached()) return;
-  for (auto it = m_queued.upper_bound(first); it != m_queued.end();) {
-    const uint32_t id = *it++;
+  for (size_t i = 0; i < m_queued.size();) {
+    const uint32_t id = m_queued[i];
+    if (!IsQueuedRow(FindRow(id))) {
+      if (i == 0)
+        m_queued.pop_front();
+      else
+        ++i;
+      continue;
+    }
+    ++i;
+    if (id == first) continue;
     StartQueued(id);
     if (LimitReached()) return;
   }
@@ -164,9 +175,8 @@ long TransferQueue::FindRow(uint32_t threadId) const {
 }
 
 CThreadFtp* TransferQueue::FindWorker(uint32_t threadId) const {
-  if (const auto d = m_listDownloads.find(threadId); d != m_listDownloads.end()) return d->second.get();
-  if (const auto u = m_listUploads.find(threadId); u != m_listUploads.end()) return u->second.get();
-  return nullptr;
+  if (CThreadFtp* download = m_listDownloads.Find(threadId)) return download;
+  return m_listUploads.Find(threadId);
 }
 
 wxString TransferQueue::GetCellText(size_t index, int column) const {
@@ -196,16 +206,18 @@ wxString TransferQueue::GetCellText(size_t index, int column) const {
 
 void TransferQueue::SetStatus(size_t index, const SharedText& status) {
   TransferRow& row = m_rows[index];
+  const bool wasQueued = row.status == QueuedText().str();
   row.status = status;
-  if (status == QueuedText().str())
-    m_queued.insert(row.threadId);
-  else
-    m_queued.erase(row.threadId);
+  // No worker says "Queued"; should a line ever read so, the row is
+  // queued again, in its place.
+  if (!wasQueued && status == QueuedText().str()) {
+    const auto at = std::lower_bound(m_queued.begin(), m_queued.end(), row.threadId);
+    if (at == m_queued.end() || *at != row.threadId) m_queued.insert(at, row.threadId);
+  }
 }
 
 void TransferQueue::RemoveRow(size_t index) {
   const uint32_t id = m_rows[index].threadId;
-  m_queued.erase(id);
   m_meters.erase(id);
   m_rows.erase(m_rows.begin() + static_cast<std::ptrdiff_t>(index));
   OnRowRemoved(index);
@@ -239,11 +251,9 @@ void TransferQueue::OnProgress(uint32_t threadId, uint64_t bytes, uint64_t nowMs
 }
 
 void TransferQueue::OnDownloadDone(uint32_t threadId) {
-  const auto found = m_listDownloads.find(threadId);
-  if (found == m_listDownloads.end()) return;
+  if (!m_listDownloads.Find(threadId)) return;
   if (const long index = FindRow(threadId); index >= 0) RemoveRow(static_cast<size_t>(index));
-  std::unique_ptr<CThreadFtpDownload> worker = std::move(found->second);
-  m_listDownloads.erase(found);
+  std::unique_ptr<CThreadFtpDownload> worker = m_listDownloads.Remove(threadId);
   --m_nActive;
   if (worker->m_bFailed && m_bRemoveFailed == 0) {
     TransferArgs again{worker->m_strHost,    worker->m_strUser,    worker->m_strPassword,
@@ -263,11 +273,9 @@ void TransferQueue::OnDownloadDone(uint32_t threadId) {
 }
 
 void TransferQueue::OnUploadDone(uint32_t threadId) {
-  const auto found = m_listUploads.find(threadId);
-  if (found == m_listUploads.end()) return;
+  if (!m_listUploads.Find(threadId)) return;
   if (const long index = FindRow(threadId); index >= 0) RemoveRow(static_cast<size_t>(index));
-  std::unique_ptr<CThreadFtpUpload> worker = std::move(found->second);
-  m_listUploads.erase(found);
+  std::unique_ptr<CThreadFtpUpload> worker = m_listUploads.Remove(threadId);
   --m_nActive;
   if (worker->m_bFailed && m_bRemoveFailed == 0) {
     // Listed again with its settings one place early, and queued rather
@@ -299,8 +307,8 @@ void TransferQueue::CancelRows(const std::vector<long>& rows) {
   for (const long index : rows) {
     if (index < 0 || static_cast<size_t>(index) >= m_rows.size()) continue;
     const uint32_t id = m_rows[static_cast<size_t>(index)].threadId;
-    if (const auto d = m_listDownloads.find(id); d != m_listDownloads.end()) cancel(*d->second);
-    if (const auto u = m_listUploads.find(id); u != m_listUploads.end()) cancel(*u->second);
+    if (CThreadFtpDownload* download = m_listDownloads.Find(id)) cancel(*download);
+    if (CThreadFtpUpload* upload = m_listUploads.Find(id)) cancel(*upload);
   }
 }
 
@@ -310,28 +318,20 @@ void TransferQueue::ResubmitRows(const std::vector<long>& rows) {
     const TransferRow& row = m_rows[static_cast<size_t>(index)];
     if (row.status != QueuedText().str() && row.status != FailedText().str()) continue;
     // Downloads only: uploads are not resubmitted.
-    const auto d = m_listDownloads.find(row.threadId);
-    if (d == m_listDownloads.end()) continue;
+    CThreadFtpDownload* download = m_listDownloads.Find(row.threadId);
+    if (!download) continue;
     ++m_nActive;
-    d->second->ResumeThread();
+    download->ResumeThread();
   }
 }
 
 void TransferQueue::KillAll() {
   // Every running worker hears the cancel at once and stops in parallel;
   // each is then awaited in turn.
-  for (auto& [id, worker] : m_listDownloads) worker->m_hEventKill.Set();
-  for (auto& [id, worker] : m_listUploads) worker->m_hEventKill.Set();
-  while (!m_listDownloads.empty()) {
-    CThreadFtpDownload* worker = m_listDownloads.begin()->second.release();
-    m_listDownloads.erase(m_listDownloads.begin());
-    worker->KillThread();
-  }
-  while (!m_listUploads.empty()) {
-    CThreadFtpUpload* worker = m_listUploads.begin()->second.release();
-    m_listUploads.erase(m_listUploads.begin());
-    worker->KillThread();
-  }
+  for (const auto& worker : m_listDownloads) worker->m_hEventKill.Set();
+  for (const auto& worker : m_listUploads) worker->m_hEventKill.Set();
+  while (!m_listDownloads.empty()) m_listDownloads.RemoveHead().release()->KillThread();
+  while (!m_listUploads.empty()) m_listUploads.RemoveHead().release()->KillThread();
   m_rows.clear();
   m_queued.clear();
   m_meters.clear();

@@ -8,9 +8,8 @@
 
 #include <cstdint>
 #include <deque>
-#include <map>
+#include <algorithm>
 #include <memory>
-#include <set>
 #include <unordered_map>
 #include <vector>
 
@@ -51,6 +50,44 @@ struct TransferArgs {
 wxString FormatTransferProgress(uint64_t done, uint64_t total, double bytesPerSecond);
 // 1023 B, 4.00 KB, 43.1 MB, 430 MB, 1.50 GB: units of 1024, three digits.
 wxString FormatByteCount(uint64_t bytes);
+
+// Workers of one direction in order of creation, found by thread
+// identifier (which grows with creation) without a walk.
+template <typename Worker>
+class WorkerList {
+ public:
+  Worker* Find(uint32_t threadId) const {
+    const auto it = Lower(threadId);
+    return it != m_workers.end() && (*it)->m_nThreadID == threadId ? it->get() : nullptr;
+  }
+  void Append(std::unique_ptr<Worker> worker) { m_workers.push_back(std::move(worker)); }
+  std::unique_ptr<Worker> Remove(uint32_t threadId) {
+    const auto it = Lower(threadId);
+    if (it == m_workers.end() || (*it)->m_nThreadID != threadId) return nullptr;
+    std::unique_ptr<Worker> worker = std::move(*it);
+    m_workers.erase(it);
+    return worker;
+  }
+  std::unique_ptr<Worker> RemoveHead() {
+    std::unique_ptr<Worker> worker = std::move(m_workers.front());
+    m_workers.pop_front();
+    return worker;
+  }
+  bool empty() const { return m_workers.empty(); }
+  size_t size() const { return m_workers.size(); }
+  auto begin() const { return m_workers.begin(); }
+  auto end() const { return m_workers.end(); }
+
+ private:
+  auto Lower(uint32_t threadId) const { return LowerIn(m_workers, threadId); }
+  auto Lower(uint32_t threadId) { return LowerIn(m_workers, threadId); }
+  template <typename Workers>
+  static auto LowerIn(Workers& workers, uint32_t threadId) {
+    return std::lower_bound(workers.begin(), workers.end(), threadId,
+                            [](const std::unique_ptr<Worker>& w, uint32_t id) { return w->m_nThreadID < id; });
+  }
+  std::deque<std::unique_ptr<Worker>> m_workers;
+};
 
 class TransferQueue {
  public:
@@ -97,8 +134,8 @@ class TransferQueue {
 
   // Workers not yet disposed of, in order of creation (thread identifiers
   // grow), each in the list of its direction.
-  std::map<uint32_t, std::unique_ptr<CThreadFtpDownload>> m_listDownloads;
-  std::map<uint32_t, std::unique_ptr<CThreadFtpUpload>> m_listUploads;
+  WorkerList<CThreadFtpDownload> m_listDownloads;
+  WorkerList<CThreadFtpUpload> m_listUploads;
   int m_nTransferMax = 0;
   int m_nConnectionTimeout = 0;  // seconds
   int m_bRemoveFailed = 0;
@@ -130,15 +167,16 @@ class TransferQueue {
   bool Add(const TransferArgs& args, bool upload);
   void SetStatus(size_t index, const SharedText& status);
   void RemoveRow(size_t index);
-  template <typename Worker>
-  void StartIfListed(std::map<uint32_t, std::unique_ptr<Worker>>& list, uint32_t threadId);
   void StartQueued(uint32_t threadId);
+  bool IsQueuedRow(long index) const;
   bool LimitReached() const { return m_nActive >= m_nTransferMax && m_nTransferMax != 0; }
 
   std::deque<TransferRow> m_rows;
-  // The rows that read "Queued", by thread identifier: the scheduler visits
-  // these alone, so its tick costs the same for ten rows or 100,000.
-  std::set<uint32_t> m_queued;
+  // The thread identifiers of rows that read "Queued", ascending: the
+  // scheduler visits these alone, so its tick costs the same for ten rows
+  // or 100,000. A row that stops reading "Queued" (its first line, its end)
+  // leaves its identifier behind, dropped when the scheduler meets it.
+  std::deque<uint32_t> m_queued;
   std::unordered_map<uint32_t, ProgressMeter> m_meters;
   // The last texts given to a worker: a folder's files share one copy.
   SharedText m_lastHost, m_lastUser, m_lastPassword, m_lastLocalDir, m_lastRemoteDir;
