@@ -13,6 +13,7 @@
 #include <fstream>
 #include <string>
 
+#include "bench_support.h"
 #include "ftp_servers.h"
 #include "gui_harness.h"
 #include "inet/inet.h"
@@ -20,14 +21,10 @@
 
 namespace {
 
+using ftpzn::bench::EnvInt;
 using ftpzn::testing::FtpServerKind;
 using ftpzn::testing::FtpTestServer;
 using Clock = std::chrono::steady_clock;
-
-int EnvInt(const char* name, int fallback) {
-  const char* value = std::getenv(name);
-  return value && *value ? std::atoi(value) : fallback;
-}
 
 template <typename Fn>
 double BestSeconds(int runs, Fn&& fn) {

@@ -22,6 +22,7 @@
 #include <string>
 #include <vector>
 
+#include "bench_support.h"
 #include "ftp_servers.h"
 #include "gui_harness.h"
 #include "mainwnd/dlgftpmainwnd.h"
@@ -29,14 +30,10 @@
 
 namespace {
 
+using ftpzn::bench::EnvInt;
 using ftpzn::testing::FtpServerKind;
 using ftpzn::testing::FtpTestServer;
 using Clock = std::chrono::steady_clock;
-
-int EnvInt(const char* name, int fallback) {
-  const char* value = std::getenv(name);
-  return value && *value ? std::atoi(value) : fallback;
-}
 
 double Since(Clock::time_point start) { return std::chrono::duration<double>(Clock::now() - start).count(); }
 

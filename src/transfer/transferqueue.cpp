@@ -250,49 +250,43 @@ void TransferQueue::OnProgress(uint32_t threadId, uint64_t bytes, uint64_t nowMs
   OnStatus(threadId, worker->ProgressLine(bytes));
 }
 
-void TransferQueue::OnDownloadDone(uint32_t threadId) {
-  if (!m_listDownloads.Find(threadId)) return;
-  if (const long index = FindRow(threadId); index >= 0) RemoveRow(static_cast<size_t>(index));
-  std::unique_ptr<CThreadFtpDownload> worker = m_listDownloads.Remove(threadId);
-  --m_nActive;
-  if (worker->m_bFailed && m_bRemoveFailed == 0) {
-    TransferArgs again{worker->m_strHost,    worker->m_strUser,    worker->m_strPassword,
-                       worker->m_strFileName, worker->m_strLocalDir, worker->m_strRemoteDir};
-    again.fileSize = worker->m_dwFileSize;
-    again.transferType = worker->m_dwTransferType;
-    again.attempts = worker->m_nAttempts;
-    again.retryDelay = worker->m_nRetryDelay;
-    again.port = worker->m_nPort;
-    again.passive = worker->m_bPassive != 0;
-    again.failed = true;
-    AddDownload(again);
-  }
-  worker.release()->KillThread();
-  RefreshPane(false);
-  RunScheduler();
-}
+void TransferQueue::OnDownloadDone(uint32_t threadId) { OnEnd(m_listDownloads, threadId, false); }
 
-void TransferQueue::OnUploadDone(uint32_t threadId) {
-  if (!m_listUploads.Find(threadId)) return;
+void TransferQueue::OnUploadDone(uint32_t threadId) { OnEnd(m_listUploads, threadId, true); }
+
+template <typename Worker>
+void TransferQueue::OnEnd(WorkerList<Worker>& list, uint32_t threadId, bool upload) {
+  if (!list.Find(threadId)) return;
   if (const long index = FindRow(threadId); index >= 0) RemoveRow(static_cast<size_t>(index));
-  std::unique_ptr<CThreadFtpUpload> worker = m_listUploads.Remove(threadId);
+  std::unique_ptr<Worker> worker = list.Remove(threadId);
   --m_nActive;
   if (worker->m_bFailed && m_bRemoveFailed == 0) {
-    // Listed again with its settings one place early, and queued rather
-    // than failed: so it has always been, and so it stays.
     TransferArgs again{worker->m_strHost,    worker->m_strUser,    worker->m_strPassword,
                        worker->m_strFileName, worker->m_strLocalDir, worker->m_strRemoteDir};
-    again.fileSize = worker->m_dwTransferType;
-    again.transferType = worker->m_nAttempts;
-    again.attempts = worker->m_nRetryDelay;
-    again.retryDelay = worker->m_nPort;
-    again.port = static_cast<uint32_t>(worker->m_bPassive);
-    again.passive = true;
-    again.failed = false;
-    AddUpload(again);
+    if (upload) {
+      // Listed again with its settings one place early, and queued rather
+      // than failed: so it has always been, and so it stays.
+      again.fileSize = worker->m_dwTransferType;
+      again.transferType = worker->m_nAttempts;
+      again.attempts = worker->m_nRetryDelay;
+      again.retryDelay = worker->m_nPort;
+      again.port = static_cast<uint32_t>(worker->m_bPassive);
+      again.passive = true;
+      again.failed = false;
+      AddUpload(again);
+    } else {
+      again.fileSize = worker->m_dwFileSize;
+      again.transferType = worker->m_dwTransferType;
+      again.attempts = worker->m_nAttempts;
+      again.retryDelay = worker->m_nRetryDelay;
+      again.port = worker->m_nPort;
+      again.passive = worker->m_bPassive != 0;
+      again.failed = true;
+      AddDownload(again);
+    }
   }
   worker.release()->KillThread();
-  RefreshPane(true);
+  RefreshPane(upload);
   RunScheduler();
 }
 

@@ -167,6 +167,8 @@ class TransferQueue {
   bool Add(const TransferArgs& args, bool upload);
   void SetStatus(size_t index, const SharedText& status);
   void RemoveRow(size_t index);
+  template <typename Worker>
+  void OnEnd(WorkerList<Worker>& list, uint32_t threadId, bool upload);
   void StartQueued(uint32_t threadId);
   bool IsQueuedRow(long index) const;
   bool LimitReached() const { return m_nActive >= m_nTransferMax && m_nTransferMax != 0; }

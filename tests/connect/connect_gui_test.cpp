@@ -271,23 +271,9 @@ TEST_P(ConnectTest, NoAttemptsWithRetriesZeroAndAnHttpHostIsRefused) {
   EXPECT_EQ(m_window->m_pFtpConnection, nullptr);
 }
 
-// A loopback port nobody listens on: bound once to learn a free number,
-// then closed again.
-uint16_t ClosedPort() {
-  const int fd = socket(AF_INET, SOCK_STREAM, 0);
-  sockaddr_in addr{};
-  addr.sin_family = AF_INET;
-  addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  socklen_t length = sizeof addr;
-  bind(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr);
-  getsockname(fd, reinterpret_cast<sockaddr*>(&addr), &length);
-  close(fd);
-  return ntohs(addr.sin_port);
-}
-
 TEST_P(ConnectTest, AnUnreachableServerTracesTheReasonThenPauses) {
   SiteInput in = Site();
-  in.port = ClosedPort();
+  in.port = ftpzn::testing::ClosedPort();
   ExpectSiteManager(in);
   DialogScript::ExpectModal<CDlgWaitMessage>(2, [](CDlgWaitMessage* pause) {
     EXPECT_EQ(pause->m_strMessage, "The attempt to connect to the server failed.");

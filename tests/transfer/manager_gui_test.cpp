@@ -85,6 +85,16 @@ class ManagerTest : public ::testing::Test {
     m_manager->m_listCtrl->SetItemState(-1, 0, wxLIST_STATE_SELECTED);
     m_manager->m_listCtrl->SetItemState(row, wxLIST_STATE_SELECTED, wxLIST_STATE_SELECTED);
   }
+  // Starts a download of slow.bin from a server that trickles it, and
+  // waits until it is under way.
+  void StartSlowDownload() {
+    m_trickle = TrickleServer();
+    ftpzn::TransferArgs slow = Args("slow.bin");
+    slow.port = m_trickle->Port();
+    slow.fileSize = 400 * 1024;
+    ASSERT_TRUE(m_manager->AddDownload(slow));
+    ASSERT_TRUE(PumpUntil([&] { return Cell(0, Column::kColumnStatus).StartsWith("Receiving: slow.bin("); }));
+  }
   void Command(int id) {
     wxCommandEvent event(wxEVT_MENU, id);
     m_manager->ProcessWindowEvent(event);
@@ -95,6 +105,7 @@ class ManagerTest : public ::testing::Test {
   uint16_t m_port = 0;
   CDlgFTPMainWnd* m_window = nullptr;
   CDlgFtpTransferManager* m_manager = nullptr;
+  std::unique_ptr<fake::FakeServer> m_trickle;
 };
 
 TEST_F(ManagerTest, QueuedRowsRunWhileHiddenAndLeave) {
@@ -180,12 +191,7 @@ TEST_F(ManagerTest, FailedTransfersListedAgain) {
 }
 
 TEST_F(ManagerTest, CancelRunningAndQueued) {
-  std::unique_ptr<fake::FakeServer> trickle = TrickleServer();
-  ftpzn::TransferArgs slow = Args("slow.bin");
-  slow.port = trickle->Port();
-  slow.fileSize = 400 * 1024;
-  ASSERT_TRUE(m_manager->AddDownload(slow));
-  ASSERT_TRUE(PumpUntil([&] { return Cell(0, Column::kColumnStatus).StartsWith("Receiving: slow.bin("); }));
+  ASSERT_NO_FATAL_FAILURE(StartSlowDownload());
   m_manager->m_bHold = 1;
   ASSERT_TRUE(m_manager->AddDownload(Args("a.bin")));
   ASSERT_TRUE(m_manager->AddUpload(Args("b.bin", true)));
@@ -221,12 +227,7 @@ TEST_F(ManagerTest, CancelRunningAndQueued) {
 }
 
 TEST_F(ManagerTest, DestroyedWhileTransferring) {
-  std::unique_ptr<fake::FakeServer> trickle = TrickleServer();
-  ftpzn::TransferArgs slow = Args("slow.bin");
-  slow.port = trickle->Port();
-  slow.fileSize = 400 * 1024;
-  ASSERT_TRUE(m_manager->AddDownload(slow));
-  ASSERT_TRUE(PumpUntil([&] { return Cell(0, Column::kColumnStatus).StartsWith("Receiving"); }));
+  ASSERT_NO_FATAL_FAILURE(StartSlowDownload());
   wxWeakRef<wxWindow> manager(m_manager);
   const auto start = std::chrono::steady_clock::now();
   m_window->Destroy();

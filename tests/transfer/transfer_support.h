@@ -1,10 +1,6 @@
-// What the transfer tests share: files on disk, a port nobody listens on,
-// and a sink that records what a worker posts.
+// What the transfer tests share: files on disk and a sink that records
+// what a worker posts.
 #pragma once
-
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <chrono>
 #include <condition_variable>
@@ -33,19 +29,6 @@ inline std::string RandomBytes(size_t size, unsigned seed) {
   std::string s(size, '\0');
   for (char& c : s) c = static_cast<char>(rng());
   return s;
-}
-
-// A loopback port that refuses connections: bound, then let go.
-inline uint16_t ClosedPort() {
-  const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  sockaddr_in a{};
-  a.sin_family = AF_INET;
-  a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  socklen_t len = sizeof a;
-  bind(fd, reinterpret_cast<sockaddr*>(&a), sizeof a);
-  getsockname(fd, reinterpret_cast<sockaddr*>(&a), &len);
-  close(fd);
-  return ntohs(a.sin_port);
 }
 
 class RecordingSink : public TransferSink {

@@ -200,7 +200,7 @@ INSTANTIATE_TEST_SUITE_P(Vsftpd, RefusalTest, ::testing::Values(FtpServerKind::V
 TEST(WorkerAttempts, ThreeAttemptsEndWithTheLastError) {
   Runner runner;
   auto* down = runner.Make<CThreadFtpDownload>("a.txt", "/", "/tmp/");
-  down->m_nPort = ftpzn::test::ClosedPort();
+  down->m_nPort = ftpzn::testing::ClosedPort();
   down->m_nAttempts = 3;
   down->m_nRetryDelay = 1;
   const Outcome out = runner.Finish(down);
@@ -232,7 +232,7 @@ TEST(WorkerCancel, BeforeStartDuringRetryWaitAndMidway) {
     Runner runner;
     CThreadFtp* worker = c.upload ? static_cast<CThreadFtp*>(runner.Make<CThreadFtpUpload>("a.txt", "/", "/tmp"))
                                   : runner.Make<CThreadFtpDownload>("a.txt", "/", "/tmp/");
-    worker->m_nPort = ftpzn::test::ClosedPort();
+    worker->m_nPort = ftpzn::testing::ClosedPort();
     worker->m_nAttempts = 3;
     worker->m_nRetryDelay = 30;
     if (c.cancelAfterMs < 0) worker->m_hEventKill.Set();
@@ -311,7 +311,7 @@ class SchedulerTest : public ::testing::Test {
  protected:
   void Add(int count) {
     ftpzn::TransferArgs args{"127.0.0.1", "u", "p", "f", "/tmp/", "/"};
-    args.port = ftpzn::test::ClosedPort();
+    args.port = ftpzn::testing::ClosedPort();
     for (int i = 0; i < count; ++i) ASSERT_TRUE(m_queue.AddDownload(args));
   }
   bool Started(size_t row) { return m_queue.GetRow(row).worker->HasStarted(); }
