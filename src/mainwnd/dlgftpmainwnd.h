@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <memory>
 
+#include "connection/treewalk.h"
 #include "inet/inet.h"
 #include "panes/ftplistzn.h"
 #include "sites/ftpsite.h"
@@ -90,6 +91,13 @@ class CDlgFTPMainWnd : public wxFrame {
   // True when the connection answers; a dead one is closed and dropped.
   bool CheckConnection();
 
+  // A remote directory downloaded into `localBase`, or a local one uploaded
+  // to `remoteBase`, through this window's connection and transfer manager:
+  // the tree is walked, its directories made, its files queued. 1, or 0
+  // when the user cancelled the walk.
+  int DownloadRemoteDirectory(const wxString& remotePath, const wxString& localBase);
+  int UploadLocalDirectory(const wxString& localPath, const wxString& remoteBase);
+
   // Splitter moves by d pixels; refused moves change nothing.
   void MoveVerticalSplit(int d);
   void MoveHorizontalSplit(int d);
@@ -153,6 +161,12 @@ class CDlgFTPMainWnd : public wxFrame {
   void OnExit(wxCommandEvent& event);
   void OnLocal(wxCommandEvent& event);
   void OnTransferManager(wxCommandEvent& event);
+  void OnDownload(wxCommandEvent& event);
+  void OnUpload(wxCommandEvent& event);
+  // The connected site as the transfers of the commands take it.
+  ftpzn::TransferSite CurrentTransferSite() const;
+  ftpzn::TransferArgs FileTransferArgs(const wxString& name, const wxString& localDir, const wxString& remoteDir,
+                                       uint32_t size) const;
   void OnSelectAll(wxCommandEvent& event);
   void OnInvertSelection(wxCommandEvent& event);
   void OnLocalNewDirectory(wxCommandEvent& event);

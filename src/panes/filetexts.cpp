@@ -42,7 +42,11 @@ wxString FormatSizeKb(uint32_t low, uint32_t high) {
   return grouped + " KB";
 }
 
-std::optional<wxString> FormatFileDate(uint64_t fileTime) {
+namespace {
+
+// The local calendar time of a file time, within the range a time value of
+// the first platform held; see FormatFileDate.
+std::optional<std::tm> LocalTimeOf(uint64_t fileTime) {
   // The calendar conversion only takes times in the signed range.
   if (fileTime > static_cast<uint64_t>(INT64_MAX)) return std::nullopt;
   time_t t = static_cast<time_t>(static_cast<int64_t>(fileTime / 10000000ULL) - kFileTimeUnixOffset);
@@ -60,8 +64,30 @@ std::optional<wxString> FormatFileDate(uint64_t fileTime) {
     if (t == static_cast<time_t>(-1)) return std::nullopt;
   }
   if (!localtime_r(&t, &local)) return std::nullopt;
-  return wxString::Format("%0.2d/%0.2d/%0.2d/%0.2d/%0.2d/%0.2d", (local.tm_year + 1900) % 100,
-                          local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec);
+  return local;
+}
+
+}  // namespace
+
+std::optional<wxString> FormatFileDate(uint64_t fileTime) {
+  const std::optional<std::tm> local = LocalTimeOf(fileTime);
+  if (!local) return std::nullopt;
+  return wxString::Format("%0.2d/%0.2d/%0.2d/%0.2d/%0.2d/%0.2d", (local->tm_year + 1900) % 100,
+                          local->tm_mon + 1, local->tm_mday, local->tm_hour, local->tm_min, local->tm_sec);
+}
+
+wxString FormatLongDate(uint64_t fileTime) {
+  const std::optional<std::tm> local = LocalTimeOf(fileTime);
+  if (!local) return wxString();
+  char text[128];
+  const size_t n = std::strftime(text, sizeof text, "%A, %B %d, %Y %H:%M:%S", &*local);
+  return wxString::FromUTF8(text, n);
+}
+
+wxString DescribeForReplace(uint64_t length, uint64_t fileTime) {
+  return wxString::Format("%s\r\nmodified: %s",
+                          FormatSizeKb(static_cast<uint32_t>(length), static_cast<uint32_t>(length >> 32)),
+                          FormatLongDate(fileTime));
 }
 
 wxString DisplayText(const wxString& text) {

@@ -37,6 +37,13 @@ wxString FormatSizeKb(uint32_t low, uint32_t high);
 // signed 64-bit range.
 std::optional<wxString> FormatFileDate(uint64_t fileTime);
 
+// "Tuesday, March 04, 2025 14:05:09": a file time in local time, the long
+// form; empty where FormatFileDate gives no text.
+wxString FormatLongDate(uint64_t fileTime);
+// "1,234 KB\r\nmodified: <long date>": an entry as the replace prompts
+// describe it.
+wxString DescribeForReplace(uint64_t length, uint64_t fileTime);
+
 // A name as a cell shows it: a byte that is not UTF-8 (held as U+DC80 plus
 // the byte) has no text form and is drawn as U+FFFD. The row keeps the
 // name itself, so commands still reach the file.

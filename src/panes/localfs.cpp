@@ -165,6 +165,13 @@ void LocalFileFind::Close() {
   m_root.clear();
 }
 
+bool StatLocalPath(const wxString& path, LocalFoundEntry& entry) {
+  if (!StatEntry(AT_FDCWD, Bytes(path).c_str(), entry)) return false;
+  const int slash = path.Find('/', true);
+  entry.name = slash == wxNOT_FOUND ? path : path.Mid(static_cast<size_t>(slash) + 1);
+  return true;
+}
+
 int CreateLocalDirectory(const wxString& path) { return mkdir(Bytes(path).c_str(), 0777) == 0 ? 0 : errno; }
 
 int RemoveLocalDirectory(const wxString& path) {

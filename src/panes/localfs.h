@@ -79,6 +79,10 @@ class LocalFileFind {
   int m_error = 0;
 };
 
+// The entry at `path` itself, whatever its name holds (no pattern): a link
+// as what it leads to, a dangling one as the link. False when there is none.
+bool StatLocalPath(const wxString& path, LocalFoundEntry& entry);
+
 // The kernel calls, each returning 0 or the errno of the failure.
 int CreateLocalDirectory(const wxString& path);
 // A symbolic link is removed itself, as removing a linked directory removed

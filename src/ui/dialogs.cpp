@@ -70,14 +70,20 @@ void SetTextIfChanged(wxTextCtrl* field, const wxString& text) {
 }
 
 ModuleDialog::ModuleDialog(wxWindow* parent, wxWindowID id, const wxString& title,
-                           const wxSize& clientSize, long style)
-    : wxDialog(parent, id, title, wxDefaultPosition, wxDefaultSize, style) {
+                           const wxSize& clientSize, long style) {
+  CreateDialog(parent, id, title, clientSize, style);
+}
+
+bool ModuleDialog::CreateDialog(wxWindow* parent, wxWindowID id, const wxString& title,
+                                const wxSize& clientSize, long style) {
+  if (!wxDialog::Create(parent, id, title, wxDefaultPosition, wxDefaultSize, style)) return false;
   SetClientSize(clientSize);
   SetAffirmativeId(kResultOk);
   SetEscapeId(kResultCancel);
   Bind(wxEVT_INIT_DIALOG, &ModuleDialog::OnInitEvent, this);
   Bind(wxEVT_BUTTON, [this](wxCommandEvent&) { OnOK(); }, kResultOk);
   Bind(wxEVT_BUTTON, [this](wxCommandEvent&) { OnCancel(); }, kResultCancel);
+  return true;
 }
 
 void ModuleDialog::OnInitEvent(wxInitDialogEvent&) {

@@ -48,6 +48,14 @@ class ModuleDialog : public wxDialog {
                long style = wxDEFAULT_DIALOG_STYLE);
 
  protected:
+  // Two steps, for a modeless dialog made by its own Create.
+  ModuleDialog() = default;
+  bool CreateDialog(wxWindow* parent, wxWindowID id, const wxString& title, const wxSize& clientSize,
+                    long style = wxDEFAULT_DIALOG_STYLE);
+
+ public:
+
+ protected:
   virtual void OnInitDialog() {}
   // Button 1 by default: read the controls, end with 1.
   virtual void OnOK();

@@ -28,15 +28,6 @@ using ftpzn::testing::FtpServerKind;
 using ftpzn::testing::FtpTestServer;
 using Column = ftpzn::TransferQueue::Column;
 
-ftpzn::testing::SharedFtpServer& Server() {
-  return ftpzn::testing::SharedServer(FtpServerKind::Vsftpd, "ftpzn-manager-", [](const std::string& root) {
-    fs::create_directories(root + "/pub");
-    fs::create_directories(root + "/up");
-    ftpzn::test::WriteBytes(root + "/pub/a.bin", ftpzn::test::RandomBytes(70000, 1));
-    ftpzn::test::WriteBytes(root + "/pub/b.bin", ftpzn::test::RandomBytes(5, 2));
-  });
-}
-
 // A download of /pub/slow.bin that lasts: 400 KiB in 4 KiB pieces, 10 ms apart.
 std::unique_ptr<fake::FakeServer> TrickleServer() {
   fake::Step trickle = fake::Transfer("RETR slow.bin", std::string(400 * 1024, 's'));
@@ -49,7 +40,7 @@ std::unique_ptr<fake::FakeServer> TrickleServer() {
 class ManagerTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    ftpzn::testing::SharedFtpServer& shared = Server();
+    ftpzn::testing::SharedFtpServer& shared = ftpzn::test::TransferServer(FtpServerKind::Vsftpd);
     ASSERT_TRUE(shared.server) << shared.error;
     m_root = shared.root;
     m_port = shared.server->Port();

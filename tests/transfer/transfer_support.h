@@ -1,8 +1,9 @@
-// What the transfer tests share: files on disk and a sink that records
-// what a worker posts.
+// What the transfer tests share: files on disk, the servers' tree, and a
+// sink that records what a worker posts.
 #pragma once
 
 #include <chrono>
+#include <filesystem>
 #include <condition_variable>
 #include <fstream>
 #include <mutex>
@@ -11,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "ftp_servers.h"
 #include "transfer/threadftp.h"
 
 namespace ftpzn::test {
@@ -29,6 +31,50 @@ inline std::string RandomBytes(size_t size, unsigned seed) {
   std::string s(size, '\0');
   for (char& c : s) c = static_cast<char>(rng());
   return s;
+}
+
+struct SampleFile {
+  const char* name;  // UTF-8
+  size_t size;
+};
+inline const SampleFile kSampleFiles[] = {
+    {"empty.bin", 0}, {"block.bin", 4096}, {"ten.bin", 10 << 20}, {"name with spaces \xc3\xa9\xe6\x97\xa5.txt", 5000}};
+
+// One server of a kind for the binary, over a tree every test shares:
+// /pub with the sample files, /up for uploads, and trees for the walks.
+inline testing::SharedFtpServer& TransferServer(testing::FtpServerKind kind) {
+  return testing::SharedServer(kind, "ftpzn-xfer-", [](const std::string& root) {
+    namespace fs = std::filesystem;
+    fs::create_directories(root + "/pub");
+    fs::create_directories(root + "/up");
+    unsigned seed = 1;
+    for (const SampleFile& f : kSampleFiles) WriteBytes(root + "/pub/" + f.name, RandomBytes(f.size, seed++));
+    WriteBytes(root + "/pub/a.bin", RandomBytes(70000, 100));
+    WriteBytes(root + "/pub/b.bin", RandomBytes(5, 101));
+    // For the commands: two files, a small tree, and one of many folders.
+    fs::create_directories(root + "/cmd/d/sub");
+    WriteBytes(root + "/cmd/f1.txt", "first file");
+    WriteBytes(root + "/cmd/f2.txt", "second file");
+    WriteBytes(root + "/cmd/d/g.txt", RandomBytes(9000, 102));
+    WriteBytes(root + "/cmd/d/sub/h.txt", "h");
+    for (int i = 0; i < 1500; ++i) {
+      const std::string folder = root + "/cmd/many/d" + std::to_string(i);
+      fs::create_directories(folder);
+      WriteBytes(folder + "/file.txt", "x");
+    }
+    fs::create_directories(root + "/tree/x/y");
+    WriteBytes(root + "/tree/x/b.bin", "bbbb");
+    WriteBytes(root + "/tree/x/y/c.txt", "cc");
+    // A file of 5,000,000,000 bytes that takes no room.
+    WriteBytes(root + "/tree/big.bin", "");
+    fs::resize_file(root + "/tree/big.bin", 5000000000ULL);
+    fs::create_directories(root + "/holes/zz");
+    WriteBytes(root + "/holes/a.txt", "a");
+    // Cut by the expansion's trim, "q.." becomes ".." below /q.
+    fs::create_directories(root + "/q/q..");
+    WriteBytes(root + "/q/q../escape.txt", "e");
+    WriteBytes(root + "/q/stay.txt", "s");
+  });
 }
 
 class RecordingSink : public TransferSink {

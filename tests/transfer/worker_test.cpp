@@ -25,20 +25,6 @@ using ftpzn::testing::FtpServerKind;
 using ftpzn::testing::FtpTestServer;
 using Clock = std::chrono::steady_clock;
 
-struct SampleFile {
-  const char* name;  // UTF-8
-  size_t size;
-};
-const SampleFile kFiles[] = {
-    {"empty.bin", 0}, {"block.bin", 4096}, {"ten.bin", 10 << 20}, {"name with spaces \xc3\xa9\xe6\x97\xa5.txt", 5000}};
-
-void Populate(const std::string& root) {
-  fs::create_directories(root + "/pub");
-  fs::create_directories(root + "/up");
-  unsigned seed = 1;
-  for (const SampleFile& f : kFiles) ftpzn::test::WriteBytes(root + "/pub/" + f.name, ftpzn::test::RandomBytes(f.size, seed++));
-}
-
 // What a worker left behind once it ended.
 struct Outcome {
   wxString result;
@@ -88,7 +74,7 @@ class Runner {
 class WorkerTest : public ::testing::TestWithParam<FtpServerKind> {
  protected:
   void SetUp() override {
-    ftpzn::testing::SharedFtpServer& shared = ftpzn::testing::SharedServer(GetParam(), "ftpzn-xfer-", Populate);
+    ftpzn::testing::SharedFtpServer& shared = ftpzn::test::TransferServer(GetParam());
     ASSERT_TRUE(shared.server) << shared.error;
     m_port = shared.server->Port();
     m_root = shared.root;
@@ -117,7 +103,7 @@ std::string KindName(const ::testing::TestParamInfo<FtpServerKind>& info) {
 }
 
 TEST_P(WorkerTest, DownloadAndUploadByteExactWithTheirLines) {
-  for (const SampleFile& f : kFiles) {
+  for (const ftpzn::test::SampleFile& f : ftpzn::test::kSampleFiles) {
     const wxString name = wxString::FromUTF8(f.name);
     SCOPED_TRACE(f.name);
     const std::string original = ReadBytes(m_root + "/pub/" + f.name);
