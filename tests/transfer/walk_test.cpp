@@ -126,14 +126,23 @@ TEST(HostileListing, NamesThatAreNoFileNamesAreSkippedWithATraceLine) {
                       fake::Epsv(), fake::Transfer("LIST", listing), fake::On("CWD /", "250 ok\r\n")}));
   ftpzn::inet::CInternetSession session;
   auto connection = session.GetFtpConnection(L"127.0.0.1", L"u", L"p", server.Port(), true);
+  const std::string local = ftpzn::testing::MakeScratchDir("ftpzn-hostile-");
   RecordingObserver observer;
-  std::vector<TreeEntry> entries;
-  EXPECT_EQ(ftpzn::RemoteTreeWalk(connection.get(), "/h", entries, observer), 1);
-  EXPECT_EQ(entries, (std::vector<TreeEntry>{{"/h", "/", 0}, {"/h/", "ok.txt", 3}}));
+  ftpzn::TransferQueue queue;
+  ftpzn::TransferSite site{"127.0.0.1", "u", "p"};
+  site.port = ftpzn::testing::ClosedPort();
+  EXPECT_TRUE(ftpzn::DownloadRemoteDirectory(connection.get(), queue, site, "/h", wxString::FromUTF8(local) + "/h", observer));
+  // "." never reaches the walk: the engine drops it from every listing.
   ASSERT_EQ(observer.traces.size(), 2u);
   EXPECT_TRUE(observer.traces[0].Contains("\"../x\""));
   EXPECT_TRUE(observer.traces[1].Contains("\"a/b\""));
+  ASSERT_EQ(queue.GetRowCount(), 1u);
+  EXPECT_EQ(queue.GetRow(0).worker->m_strFileName, "ok.txt");
+  std::vector<std::string> made;
+  for (const auto& entry : fs::recursive_directory_iterator(local)) made.push_back(entry.path().string());
+  EXPECT_EQ(made, std::vector<std::string>{local + "/h"});
   EXPECT_EQ(server.Problem(), "");
+  ftpzn::testing::RemoveTree(local);
 }
 
 TEST(LocalWalk, SortedDepthFirstAndLinksToFoldersNotFollowed) {

@@ -1,0 +1,16 @@
+#!/bin/sh
+# A tree of 5,000 small files in 100 folders downloaded and uploaded through
+# the window (Download and Upload commands, tree walks, transfer manager),
+# beside lftp mirror and lftp mirror --parallel=4 on the same vsftpd, files
+# on tmpfs; our rate against the design's floor (one ftpzn-ftp connect,
+# login, transfer and QUIT per file, timed in the same run); the walks of
+# the tree alone. Last line:
+#   summary: down_files_s=N up_files_s=N down_floor=R up_floor=R walk_s=T
+#   bench/tree-bench.sh [BUILD_DIR]   (FILES, FOLDERS, RUNS, FLOOR_RUNS tune it)
+# Needs root (the test servers do). Not part of ./test.sh.
+set -eu
+cd "$(dirname "$0")/.."
+BUILD=${1:-build}
+command -v lftp >/dev/null || { echo "lftp is needed" >&2; exit 1; }
+cmake --build "$BUILD" --target tree_bench -j2 >/dev/null
+tests/support/xvfb-run.sh "$BUILD/tests/transfer/tree_bench" | grep -v '^\[' | sed '/^$/N;/^\n$/D'
