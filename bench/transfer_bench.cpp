@@ -33,11 +33,10 @@ namespace {
 using ftpzn::bench::EnvInt;
 using ftpzn::testing::FtpServerKind;
 using ftpzn::testing::FtpTestServer;
-using Clock = std::chrono::steady_clock;
-
-double Since(Clock::time_point start) { return std::chrono::duration<double>(Clock::now() - start).count(); }
-
-bool Shell(const std::string& command) { return std::system((command + " >/dev/null 2>&1").c_str()) == 0; }
+using ftpzn::bench::Clock;
+using ftpzn::bench::Median;
+using ftpzn::bench::Shell;
+using ftpzn::bench::Since;
 
 // A figure of /proc/self/status in kB.
 long StatusKb(const char* key) {
@@ -57,12 +56,6 @@ int ThreadCount() {
     closedir(dir);
   }
   return count;
-}
-
-double Median(std::vector<double> v) {
-  if (v.empty()) return -1;
-  std::sort(v.begin(), v.end());
-  return v.size() % 2 ? v[v.size() / 2] : (v[v.size() / 2 - 1] + v[v.size() / 2]) / 2;
 }
 
 // The longest gap between two ticks of a 5 ms timer: how long the event
@@ -94,10 +87,8 @@ TEST(TransferBench, ThroughTheManagerBesidePeers) {
   const int sizeMb = EnvInt("SIZE_MB", 1024);
   const int queued = EnvInt("QUEUE", 100000);
   const int cancels = EnvInt("CANCELS", 5);
-  char pattern[] = "/dev/shm/ftpzn-transfer-bench.XXXXXX";
-  ASSERT_NE(mkdtemp(pattern), nullptr);
-  const std::string work = pattern;
-  chmod(work.c_str(), 0755);
+  const std::string work = ftpzn::bench::MakeWorkDir("ftpzn-transfer-bench");
+  ASSERT_FALSE(work.empty());
   const std::string root = work + "/root", out = work + "/out", src = work + "/src";
   for (const std::string& dir : {root, root + "/up", out, src}) mkdir(dir.c_str(), 0755);
   printf("preparing %d MiB on tmpfs...\n", sizeMb);

@@ -34,17 +34,10 @@ namespace fs = std::filesystem;
 using ftpzn::bench::EnvInt;
 using ftpzn::testing::FtpServerKind;
 using ftpzn::testing::FtpTestServer;
-using Clock = std::chrono::steady_clock;
-
-double Since(Clock::time_point start) { return std::chrono::duration<double>(Clock::now() - start).count(); }
-
-bool Shell(const std::string& command) { return std::system((command + " >/dev/null 2>&1").c_str()) == 0; }
-
-double Median(std::vector<double> v) {
-  if (v.empty()) return -1;
-  std::sort(v.begin(), v.end());
-  return v.size() % 2 ? v[v.size() / 2] : (v[v.size() / 2 - 1] + v[v.size() / 2]) / 2;
-}
+using ftpzn::bench::Clock;
+using ftpzn::bench::Median;
+using ftpzn::bench::Shell;
+using ftpzn::bench::Since;
 
 class SilentObserver : public ftpzn::TreeWalkObserver {
  public:
@@ -63,10 +56,8 @@ TEST(TreeBench, ManySmallFilesThroughTheWindow) {
   const int folders = EnvInt("FOLDERS", 100);
   const int runs = EnvInt("RUNS", 1);
   const int floorRuns = EnvInt("FLOOR_RUNS", 40);
-  char pattern[] = "/dev/shm/ftpzn-tree-bench.XXXXXX";
-  ASSERT_NE(mkdtemp(pattern), nullptr);
-  const std::string work = pattern;
-  chmod(work.c_str(), 0755);
+  const std::string work = ftpzn::bench::MakeWorkDir("ftpzn-tree-bench");
+  ASSERT_FALSE(work.empty());
   const std::string root = work + "/root", src = work + "/src", out = work + "/out";
   // Folder names begin with a character no path here has: the expansions
   // cut a directory by the set of the start's characters, which would

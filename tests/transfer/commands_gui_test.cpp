@@ -15,7 +15,7 @@
 #include "transfer/dlgftptransfermanager.h"
 #include "transfer/dlgprogress.h"
 #include "transfer/dlgreplace.h"
-#include "transfer_support.h"
+#include "window_fixture.h"
 
 namespace {
 
@@ -27,27 +27,8 @@ using ftpzn::test::ReadBytes;
 using ftpzn::testing::FtpServerKind;
 using ftpzn::testing::FtpTestServer;
 
-class CommandsTest : public ::testing::Test {
+class CommandsTest : public ftpzn::test::WindowTest {
  protected:
-  void SetUp() override {
-    ftpzn::testing::SharedFtpServer& shared = ftpzn::test::TransferServer(FtpServerKind::Vsftpd);
-    ASSERT_TRUE(shared.server) << shared.error;
-    m_root = shared.root;
-    m_port = shared.server->Port();
-    m_local = ftpzn::test::MakeTempDir("ftpzn-cmd-");
-    m_window = new CDlgFTPMainWnd;
-    m_window->m_strLocalDir = wxString::FromUTF8(m_local);
-    ASSERT_TRUE(m_window->Create());
-    m_window->Show();
-    PumpFor(30);
-  }
-  void TearDown() override {
-    DialogScript::VerifyAndClear();
-    m_window->Disconnect();
-    m_window->Destroy();
-    PumpFor(20);
-  }
-
   // Logs in as the connect command would and lists `remoteDir`.
   void Connect(const wxString& remoteDir) {
     m_window->m_pInetSession = std::make_unique<ftpzn::CMyInternetSession>();
@@ -85,10 +66,6 @@ class CommandsTest : public ::testing::Test {
     return {m_window->m_arrDownloadResults.begin(), m_window->m_arrDownloadResults.end()};
   }
 
-  std::string m_root;
-  std::string m_local;
-  uint16_t m_port = 0;
-  CDlgFTPMainWnd* m_window = nullptr;
 };
 
 TEST_F(CommandsTest, RefusedWithoutAConnectionOrADirectory) {

@@ -15,7 +15,7 @@
 #include "mainwnd/dlgftpmainwnd.h"
 #include "platform/profile.h"
 #include "transfer/dlgftptransfermanager.h"
-#include "transfer_support.h"
+#include "window_fixture.h"
 
 namespace {
 
@@ -37,27 +37,14 @@ std::unique_ptr<fake::FakeServer> TrickleServer() {
       fake::Login(), {fake::On("CWD /pub", "250 ok\r\n"), fake::On("TYPE I", "200 ok\r\n"), fake::Epsv(), trickle}));
 }
 
-class ManagerTest : public ::testing::Test {
+class ManagerTest : public ftpzn::test::WindowTest {
  protected:
   void SetUp() override {
-    ftpzn::testing::SharedFtpServer& shared = ftpzn::test::TransferServer(FtpServerKind::Vsftpd);
-    ASSERT_TRUE(shared.server) << shared.error;
-    m_root = shared.root;
-    m_port = shared.server->Port();
-    m_local = ftpzn::test::MakeTempDir("ftpzn-mgr-");
-    m_window = new CDlgFTPMainWnd;
-    m_window->m_strLocalDir = wxString::FromUTF8(m_local);
-    ASSERT_TRUE(m_window->Create());
-    m_window->Show();
+    ASSERT_NO_FATAL_FAILURE(WindowTest::SetUp());
     m_manager = m_window->m_pTransferManager;
     ASSERT_NE(m_manager, nullptr);
     m_manager->Show();
     PumpFor(30);
-  }
-  void TearDown() override {
-    ftpzn::test::DialogScript::VerifyAndClear();
-    if (m_window) m_window->Destroy();
-    PumpFor(20);
   }
 
   ftpzn::TransferArgs Args(const char* name, bool upload = false) const {
@@ -91,10 +78,6 @@ class ManagerTest : public ::testing::Test {
     m_manager->ProcessWindowEvent(event);
   }
 
-  std::string m_root;
-  std::string m_local;
-  uint16_t m_port = 0;
-  CDlgFTPMainWnd* m_window = nullptr;
   CDlgFtpTransferManager* m_manager = nullptr;
   std::unique_ptr<fake::FakeServer> m_trickle;
 };

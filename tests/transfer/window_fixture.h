@@ -1,0 +1,42 @@
+// The GUI transfer tests' fixture: a main window over a fresh local
+// directory, with vsftpd serving the shared tree.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include "gui_harness.h"
+#include "mainwnd/dlgftpmainwnd.h"
+#include "transfer_support.h"
+
+namespace ftpzn::test {
+
+class WindowTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    testing::SharedFtpServer& shared = TransferServer(testing::FtpServerKind::Vsftpd);
+    ASSERT_TRUE(shared.server) << shared.error;
+    m_root = shared.root;
+    m_port = shared.server->Port();
+    m_local = MakeTempDir("ftpzn-window-");
+    m_window = new CDlgFTPMainWnd;
+    m_window->m_strLocalDir = wxString::FromUTF8(m_local);
+    ASSERT_TRUE(m_window->Create());
+    m_window->Show();
+    PumpFor(30);
+  }
+  void TearDown() override {
+    DialogScript::VerifyAndClear();
+    if (m_window) {
+      m_window->Disconnect();
+      m_window->Destroy();
+    }
+    PumpFor(20);
+  }
+
+  std::string m_root;
+  std::string m_local;
+  uint16_t m_port = 0;
+  CDlgFTPMainWnd* m_window = nullptr;
+};
+
+}  // namespace ftpzn::test
