@@ -226,7 +226,8 @@ TEST(TransferBench, ThroughTheManagerBesidePeers) {
     ASSERT_TRUE(ftpzn::test::PumpUntil([&] {
       return manager.GetRowCount() == 1 && manager.GetCellText(0, ftpzn::TransferQueue::kColumnStatus).StartsWith("Receiving");
     }, 20000));
-    ftpzn::test::PumpFor(100);
+    // A small file may be through already: nothing left to cancel.
+    if (manager.GetRowCount() == 0 || manager.m_listCtrl->GetItemCount() == 0) continue;
     manager.m_listCtrl->SetItemState(0, wxLIST_STATE_SELECTED, wxLIST_STATE_SELECTED);
     const auto start = Clock::now();
     wxCommandEvent cancel(wxEVT_MENU, CDlgFtpTransferManager::ID_TRANSFER_CANCEL);
@@ -267,11 +268,12 @@ TEST(TransferBench, ThroughTheManagerBesidePeers) {
          queued, queueSeconds, peakKb / 1024.0, rssBefore / 1024.0, rssAfter / 1024.0, threadsAlive);
   printf("a scheduler tick: %.3f us over %d rows, %.3f us over 10; all %d cancelled and removed in %.2f s\n",
          tickMany, queued, tickFew, queued, killSeconds);
-  printf("Cancel of a running %d MiB download to its removal: median %.1f ms, worst %.1f ms\n", sizeMb,
-         Median(cancelMs), *std::max_element(cancelMs.begin(), cancelMs.end()));
+  const double worstCancel = cancelMs.empty() ? -1 : *std::max_element(cancelMs.begin(), cancelMs.end());
+  printf("Cancel of a running %d MiB download to its removal: median %.1f ms, worst %.1f ms (%zu cancelled)\n",
+         sizeMb, Median(cancelMs), worstCancel, cancelMs.size());
   printf("summary: get=%.3f put=%.3f latency_ms=%.0f queue100k_s=%.2f queue100k_mb=%.0f threads=%d cancel_ms=%.0f\n",
          summaryRatio["get"], summaryRatio["put"], worstDelayMs, queueSeconds, peakKb / 1024.0, threadsAlive,
-         *std::max_element(cancelMs.begin(), cancelMs.end()));
+         worstCancel);
 }
 
 }  // namespace
