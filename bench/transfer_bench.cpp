@@ -30,13 +30,13 @@
 
 namespace {
 
-using ftpzn::bench::EnvInt;
-using ftpzn::testing::FtpServerKind;
-using ftpzn::testing::FtpTestServer;
 using ftpzn::bench::Clock;
+using ftpzn::bench::EnvInt;
 using ftpzn::bench::Median;
 using ftpzn::bench::Shell;
 using ftpzn::bench::Since;
+using ftpzn::testing::FtpServerKind;
+using ftpzn::testing::FtpTestServer;
 
 // A figure of /proc/self/status in kB.
 long StatusKb(const char* key) {
@@ -93,14 +93,15 @@ TEST(TransferBench, ThroughTheManagerBesidePeers) {
   for (const std::string& dir : {root, root + "/up", out, src}) mkdir(dir.c_str(), 0755);
   printf("preparing %d MiB on tmpfs...\n", sizeMb);
   ASSERT_TRUE(Shell("head -c " + std::to_string(sizeMb) + "M /dev/urandom > " + root + "/big && cp " + root +
-                  "/big " + src + "/big"));
+                    "/big " + src + "/big"));
   ftpzn::testing::GiveToTestAccount(root);
   std::string error;
   auto server = FtpTestServer::Start(FtpServerKind::Vsftpd, root, error);
   ASSERT_TRUE(server) << error;
   const std::string url = server->Url();
-  const std::string lftp = std::string("lftp -c 'set xfer:clobber on; set ftp:ssl-allow no; set net:max-retries 1; "
-                                       "open -u ") +
+  const std::string lftp = std::string(
+                               "lftp -c 'set xfer:clobber on; set ftp:ssl-allow no; set net:max-retries 1; "
+                               "open -u ") +
                            FtpTestServer::kUser + "," + FtpTestServer::kPassword + " ftp://" +
                            url.substr(url.find('@') + 1) + "; ";
 
@@ -115,8 +116,12 @@ TEST(TransferBench, ThroughTheManagerBesidePeers) {
   double worstDelayMs = 0;
 
   auto args = [&](bool upload) {
-    ftpzn::TransferArgs a{"127.0.0.1", FtpTestServer::kUser, FtpTestServer::kPassword, "big",
-                          wxString::FromUTF8(upload ? src : out + "/"), upload ? "/up" : "/"};
+    ftpzn::TransferArgs a{"127.0.0.1",
+                          FtpTestServer::kUser,
+                          FtpTestServer::kPassword,
+                          "big",
+                          wxString::FromUTF8(upload ? src : out + "/"),
+                          upload ? "/up" : "/"};
     a.fileSize = static_cast<uint32_t>(static_cast<uint64_t>(sizeMb) << 20);
     a.port = server->Port();
     a.passive = true;
@@ -137,7 +142,10 @@ TEST(TransferBench, ThroughTheManagerBesidePeers) {
   // The first touch of memory the machine handed back to its host costs
   // several times the copy into it: every run writes into recently used
   // memory (as bench/ftp-bench.sh does).
-  auto settle = [&] { Shell("head -c " + std::to_string(sizeMb + 64) + "M /dev/zero > " + work + "/settle; rm -f " + work + "/settle"); };
+  auto settle = [&] {
+    Shell("head -c " + std::to_string(sizeMb + 64) + "M /dev/zero > " + work + "/settle; rm -f " + work +
+          "/settle");
+  };
   std::map<std::string, std::function<double()>> clients = {
       {"get ftpzn", [&] { return ours(false); }},
       {"get curl", [&] { return Shell("curl -s -o " + out + "/curl " + url + "/big") ? 0.0 : -1; }},
@@ -168,7 +176,8 @@ TEST(TransferBench, ThroughTheManagerBesidePeers) {
       }
       printf("  round %d: ftpzn %.3f  curl %.3f  lftp %.3f\n", round + 1, seconds["ftpzn"], seconds["curl"],
              seconds["lftp"]);
-      const double peer = std::min(seconds["curl"] > 0 ? seconds["curl"] : 1e9, seconds["lftp"] > 0 ? seconds["lftp"] : 1e9);
+      const double peer =
+          std::min(seconds["curl"] > 0 ? seconds["curl"] : 1e9, seconds["lftp"] > 0 ? seconds["lftp"] : 1e9);
       if (seconds["ftpzn"] > 0 && peer < 1e9) roundRatios[op].push_back(peer / seconds["ftpzn"]);
     }
   }
@@ -199,7 +208,8 @@ TEST(TransferBench, ThroughTheManagerBesidePeers) {
   auto tickMicros = [&] {
     CDlgFTPMainWnd* mainWindow = manager.m_pFtpMainWnd;
     manager.m_pFtpMainWnd = nullptr;
-    for (size_t row = 0; row < manager.GetRowCount(); ++row) manager.OnStatus(manager.GetRow(row).threadId, "Failed");
+    for (size_t row = 0; row < manager.GetRowCount(); ++row)
+      manager.OnStatus(manager.GetRow(row).threadId, "Failed");
     manager.m_pFtpMainWnd = mainWindow;
     manager.m_bHold = 0;
     manager.m_nActive = 0;
@@ -223,9 +233,12 @@ TEST(TransferBench, ThroughTheManagerBesidePeers) {
   std::vector<double> cancelMs;
   for (int i = 0; i < cancels; ++i) {
     ASSERT_TRUE(manager.AddDownload(args(false)));
-    ASSERT_TRUE(ftpzn::test::PumpUntil([&] {
-      return manager.GetRowCount() == 1 && manager.GetCellText(0, ftpzn::TransferQueue::kColumnStatus).StartsWith("Receiving");
-    }, 20000));
+    ASSERT_TRUE(ftpzn::test::PumpUntil(
+        [&] {
+          return manager.GetRowCount() == 1 &&
+                 manager.GetCellText(0, ftpzn::TransferQueue::kColumnStatus).StartsWith("Receiving");
+        },
+        20000));
     // A small file may be through already: nothing left to cancel.
     if (manager.GetRowCount() == 0 || manager.m_listCtrl->GetItemCount() == 0) continue;
     manager.m_listCtrl->SetItemState(0, wxLIST_STATE_SELECTED, wxLIST_STATE_SELECTED);
@@ -254,7 +267,8 @@ TEST(TransferBench, ThroughTheManagerBesidePeers) {
       };
       auto rate = [&](double s) { return s > 0 ? sizeMb / s : 0.0; };
       const double us = pick("ftpzn");
-      const double peer = std::min(pick("curl") > 0 ? pick("curl") : 1e9, pick("lftp") > 0 ? pick("lftp") : 1e9);
+      const double peer =
+          std::min(pick("curl") > 0 ? pick("curl") : 1e9, pick("lftp") > 0 ? pick("lftp") : 1e9);
       printf("%-22s %6.0f MiB/s %6.0f MiB/s %6.0f MiB/s   %.3fx\n", (op + " " + stat).c_str(), rate(us),
              rate(pick("curl")), rate(pick("lftp")), us > 0 ? peer / us : 0);
     }
@@ -263,17 +277,21 @@ TEST(TransferBench, ThroughTheManagerBesidePeers) {
   }
   printf("(ratio > 1: ftpzn through the window faster than the best peer)\n");
   printf("event loop's worst delay while transferring: %.1f ms\n", worstDelayMs);
-  printf("%d transfers queued in %.2f s; peak memory of the process %.1f MB (RSS %.1f -> %.1f MB); "
-         "%d threads more\n",
-         queued, queueSeconds, peakKb / 1024.0, rssBefore / 1024.0, rssAfter / 1024.0, threadsAlive);
+  printf(
+      "%d transfers queued in %.2f s; peak memory of the process %.1f MB (RSS %.1f -> %.1f MB); "
+      "%d threads more\n",
+      queued, queueSeconds, peakKb / 1024.0, rssBefore / 1024.0, rssAfter / 1024.0, threadsAlive);
   printf("a scheduler tick: %.3f us over %d rows, %.3f us over 10; all %d cancelled and removed in %.2f s\n",
          tickMany, queued, tickFew, queued, killSeconds);
   const double worstCancel = cancelMs.empty() ? -1 : *std::max_element(cancelMs.begin(), cancelMs.end());
-  printf("Cancel of a running %d MiB download to its removal: median %.1f ms, worst %.1f ms (%zu cancelled)\n",
-         sizeMb, Median(cancelMs), worstCancel, cancelMs.size());
-  printf("summary: get=%.3f put=%.3f latency_ms=%.0f queue100k_s=%.2f queue100k_mb=%.0f threads=%d cancel_ms=%.0f\n",
-         summaryRatio["get"], summaryRatio["put"], worstDelayMs, queueSeconds, peakKb / 1024.0, threadsAlive,
-         worstCancel);
+  printf(
+      "Cancel of a running %d MiB download to its removal: median %.1f ms, worst %.1f ms (%zu cancelled)\n",
+      sizeMb, Median(cancelMs), worstCancel, cancelMs.size());
+  printf(
+      "summary: get=%.3f put=%.3f latency_ms=%.0f queue100k_s=%.2f queue100k_mb=%.0f threads=%d "
+      "cancel_ms=%.0f\n",
+      summaryRatio["get"], summaryRatio["put"], worstDelayMs, queueSeconds, peakKb / 1024.0, threadsAlive,
+      worstCancel);
 }
 
 }  // namespace

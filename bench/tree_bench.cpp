@@ -31,13 +31,13 @@
 namespace {
 
 namespace fs = std::filesystem;
-using ftpzn::bench::EnvInt;
-using ftpzn::testing::FtpServerKind;
-using ftpzn::testing::FtpTestServer;
 using ftpzn::bench::Clock;
+using ftpzn::bench::EnvInt;
 using ftpzn::bench::Median;
 using ftpzn::bench::Shell;
 using ftpzn::bench::Since;
+using ftpzn::testing::FtpServerKind;
+using ftpzn::testing::FtpTestServer;
 
 class SilentObserver : public ftpzn::TreeWalkObserver {
  public:
@@ -67,7 +67,8 @@ TEST(TreeBench, ManySmallFilesThroughTheWindow) {
     snprintf(folder, sizeof folder, "#%02d", i % folders);
     snprintf(name, sizeof name, "f%05d.txt", i);
     fs::create_directories(src + "/tree/" + folder);
-    std::ofstream(src + "/tree/" + folder + "/" + name) << std::string(static_cast<size_t>(100 + i % 1000), 'x');
+    std::ofstream(src + "/tree/" + folder + "/" + name)
+        << std::string(static_cast<size_t>(100 + i % 1000), 'x');
   }
   fs::create_directories(root + "/up");
   fs::create_directories(root + "/floor");
@@ -91,8 +92,8 @@ TEST(TreeBench, ManySmallFilesThroughTheWindow) {
   window->Show();
   window->m_pInetSession = std::make_unique<ftpzn::CMyInternetSession>();
   window->m_pFtpConnection = window->m_pInetSession->GetFtpConnection(
-      L"127.0.0.1", wxString(FtpTestServer::kUser).ToStdWstring(), wxString(FtpTestServer::kPassword).ToStdWstring(),
-      server->Port(), true);
+      L"127.0.0.1", wxString(FtpTestServer::kUser).ToStdWstring(),
+      wxString(FtpTestServer::kPassword).ToStdWstring(), server->Port(), true);
   window->m_strServerName = "127.0.0.1";
   window->m_site.m_strLogin = FtpTestServer::kUser;
   window->m_site.m_strPassword = FtpTestServer::kPassword;
@@ -166,9 +167,11 @@ TEST(TreeBench, ManySmallFilesThroughTheWindow) {
     up.push_back(ours(true));
     lftpUp.push_back(timed(lftp + "mirror -R " + src + "/tree up/lftp1'"));
     lftpUp4.push_back(timed(lftp + "mirror -R --parallel=4 " + src + "/tree up/lftp4'"));
-    printf("round %d: ftpzn %.1f s / %.1f s, lftp mirror %.1f s / %.1f s, lftp mirror --parallel=4 %.1f s / %.1f s "
-           "(down / up)\n",
-           round + 1, down.back(), up.back(), lftpDown.back(), lftpUp.back(), lftpDown4.back(), lftpUp4.back());
+    printf(
+        "round %d: ftpzn %.1f s / %.1f s, lftp mirror %.1f s / %.1f s, lftp mirror --parallel=4 %.1f s / "
+        "%.1f s "
+        "(down / up)\n",
+        round + 1, down.back(), up.back(), lftpDown.back(), lftpUp.back(), lftpDown4.back(), lftpUp4.back());
   }
   measureFloors();
 
@@ -186,7 +189,8 @@ TEST(TreeBench, ManySmallFilesThroughTheWindow) {
   printf("  %-36s %8.1f down %8.1f up\n", "floor: one ftpzn-ftp transfer each", floorDown, floorUp);
   printf("  ftpzn against the floor: %.3f down, %.3f up (goal: at least 0.9)\n", rate(down) / floorDown,
          rate(up) / floorUp);
-  printf("walk of the tree alone: remote %.3f s, local %.3f s (%zu entries)\n", remoteWalk, localWalk, walked);
+  printf("walk of the tree alone: remote %.3f s, local %.3f s (%zu entries)\n", remoteWalk, localWalk,
+         walked);
   printf("summary: down_files_s=%.1f up_files_s=%.1f down_floor=%.3f up_floor=%.3f walk_s=%.3f\n", rate(down),
          rate(up), rate(down) / floorDown, rate(up) / floorUp, std::max(remoteWalk, localWalk));
 }

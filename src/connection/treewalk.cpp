@@ -91,7 +91,8 @@ int RemoteTreeWalk(inet::CFtpConnection* connection, const wxString& start, std:
     if (!connection->GetCurrentDirectory(remembered)) {
       // The message always had the error number for its only value.
       const int error = LastError();
-      observer.Message(wxString::Format("Get previous dir:%s error:%d ", wxString::Format("%d", error), error));
+      observer.Message(
+          wxString::Format("Get previous dir:%s error:%d ", wxString::Format("%d", error), error));
       return false;
     }
     entries.push_back({path, "/", 0});
@@ -183,7 +184,8 @@ void LocalTreeWalk(const wxString& start, std::vector<TreeEntry>& entries, TreeW
       if (find.IsDots()) continue;
       const LocalFoundEntry& found = find.Current();
       if (found.directory && found.link) {
-        observer.Trace(wxString::Format("Skipped the link %s%s: links to folders are not followed", path, found.name));
+        observer.Trace(
+            wxString::Format("Skipped the link %s%s: links to folders are not followed", path, found.name));
       } else if (found.directory) {
         subdirectories.push_back(found.name);
       } else {
@@ -191,12 +193,14 @@ void LocalTreeWalk(const wxString& start, std::vector<TreeEntry>& entries, TreeW
       }
     }
     find.Close();
-    for (auto it = subdirectories.rbegin(); it != subdirectories.rend(); ++it) pending.push_back(path + *it + "/");
+    for (auto it = subdirectories.rbegin(); it != subdirectories.rend(); ++it)
+      pending.push_back(path + *it + "/");
   }
 }
 
 bool DownloadRemoteDirectory(inet::CFtpConnection* connection, TransferQueue& queue, const TransferSite& site,
-                             const wxString& remotePath, const wxString& localBase, TreeWalkObserver& observer) {
+                             const wxString& remotePath, const wxString& localBase,
+                             TreeWalkObserver& observer) {
   Hold hold(queue);
   std::vector<TreeEntry> entries;
   bool cancelled = false;
@@ -223,8 +227,8 @@ bool DownloadRemoteDirectory(inet::CFtpConnection* connection, TransferQueue& qu
 bool UploadLocalDirectory(inet::CFtpConnection* connection, TransferQueue& queue, const TransferSite& site,
                           const wxString& localPath, const wxString& remoteBase, TreeWalkObserver& observer) {
   Hold hold(queue);
-  const wxString base = WithoutTrailingSlashes(localPath) == "/" ? wxString("/")
-                                                                  : WithoutTrailingSlashes(localPath) + "/";
+  const wxString base =
+      WithoutTrailingSlashes(localPath) == "/" ? wxString("/") : WithoutTrailingSlashes(localPath) + "/";
   std::vector<TreeEntry> entries;
   bool cancelled = false;
   LocalTreeWalk(base, entries, observer, &cancelled);
@@ -241,7 +245,8 @@ bool UploadLocalDirectory(inet::CFtpConnection* connection, TransferQueue& queue
     if (!entry.IsDirectory()) {
       queue.AddUpload(ArgsFor(site, entry, localDir, remoteDir));
     } else if (connection) {
-      connection->CreateDirectory(WithoutTrailingSlashes(remoteDir).ToStdWstring());  // a failure changes nothing
+      connection->CreateDirectory(
+          WithoutTrailingSlashes(remoteDir).ToStdWstring());  // a failure changes nothing
     }
   }
   return true;

@@ -84,7 +84,8 @@ wxString TrimLeadingCharsOf(const wxString& text, const wxString& set);
 // line. False when the user cancelled the walk: then nothing of it is
 // made or queued.
 bool DownloadRemoteDirectory(inet::CFtpConnection* connection, TransferQueue& queue, const TransferSite& site,
-                             const wxString& remotePath, const wxString& localBase, TreeWalkObserver& observer);
+                             const wxString& remotePath, const wxString& localBase,
+                             TreeWalkObserver& observer);
 // The same the other way: the local directory `localPath` into the server
 // directory `remoteBase`, remote directories made over `connection`.
 bool UploadLocalDirectory(inet::CFtpConnection* connection, TransferQueue& queue, const TransferSite& site,

@@ -247,8 +247,8 @@ class CInternetFile {
   bool m_atEnd = false;
   uintptr_t m_context;
   std::vector<char> m_buffer;
-  size_t m_begin = 0;  // reading: unread bytes are [m_begin, m_end)
-  size_t m_end = 0;    // writing: bytes to send are [0, m_end)
+  size_t m_begin = 0;           // reading: unread bytes are [m_begin, m_end)
+  size_t m_end = 0;             // writing: bytes to send are [0, m_end)
   uint32_t m_pendingError = 0;  // a failure held back behind bytes already returned
 };
 

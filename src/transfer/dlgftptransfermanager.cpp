@@ -58,6 +58,7 @@ uint32_t ThreadIdOf(const wxThreadEvent& event) { return static_cast<uint32_t>(e
 
 }  // namespace
 
+// clang-format off
 wxBEGIN_EVENT_TABLE(CDlgFtpTransferManager, wxFrame)
   EVT_TIMER(kTimerId, CDlgFtpTransferManager::OnTimer)
   EVT_MENU(ID_TRANSFER_CANCEL, CDlgFtpTransferManager::OnCancel)
@@ -68,8 +69,10 @@ wxBEGIN_EVENT_TABLE(CDlgFtpTransferManager, wxFrame)
   EVT_CLOSE(CDlgFtpTransferManager::OnClose)
   EVT_SIZE(CDlgFtpTransferManager::OnSize)
 wxEND_EVENT_TABLE()
+    // clang-format on
 
-CDlgFtpTransferManager::CDlgFtpTransferManager() : m_timer(this, kTimerId) {}
+    CDlgFtpTransferManager::CDlgFtpTransferManager()
+    : m_timer(this, kTimerId) {}
 
 CDlgFtpTransferManager::~CDlgFtpTransferManager() {
   SavePlacement();
@@ -85,14 +88,15 @@ bool CDlgFtpTransferManager::Create(int show) {
                        wxDEFAULT_FRAME_STYLE | wxSTAY_ON_TOP | wxFRAME_NO_TASKBAR))
     return false;
   SetClientSize(kClientWidth, kClientHeight);
-  m_listCtrl = new TransferListCtrl(this, this, IDC_LIST, wxPoint(2, 2),
-                                    wxSize(kClientWidth - 4, kClientHeight - 4));
+  m_listCtrl =
+      new TransferListCtrl(this, this, IDC_LIST, wxPoint(2, 2), wxSize(kClientWidth - 4, kClientHeight - 4));
   m_postBox = std::make_shared<ftpzn::TransferPostBox>(this);
   Bind(ftpzn::EVT_FTP_STATUS, &CDlgFtpTransferManager::OnStatusMessage, this);
   Bind(ftpzn::EVT_FTP_DOWNLOAD_DONE, &CDlgFtpTransferManager::OnDownloadDoneMessage, this);
   Bind(ftpzn::EVT_FTP_UPLOAD_DONE, &CDlgFtpTransferManager::OnUploadDoneMessage, this);
   m_listCtrl->Bind(wxEVT_CONTEXT_MENU, &CDlgFtpTransferManager::OnListContextMenu, this);
-  wxAcceleratorEntry keys[] = {{wxACCEL_CTRL, 'A', ID_EDIT_SELECT_ALL}, {wxACCEL_NORMAL, WXK_F1, ID_HELP_TOPICS}};
+  wxAcceleratorEntry keys[] = {{wxACCEL_CTRL, 'A', ID_EDIT_SELECT_ALL},
+                               {wxACCEL_NORMAL, WXK_F1, ID_HELP_TOPICS}};
   SetAcceleratorTable(wxAcceleratorTable(static_cast<int>(std::size(keys)), keys));
   OnInitDialog();
   if (show > 0) Show();
@@ -162,7 +166,8 @@ void CDlgFtpTransferManager::OnRowRemoved(size_t index) {
 }
 
 void CDlgFtpTransferManager::OnRowChanged(size_t index) {
-  if (static_cast<long>(index) < m_listCtrl->GetItemCount()) m_listCtrl->RefreshItem(static_cast<long>(index));
+  if (static_cast<long>(index) < m_listCtrl->GetItemCount())
+    m_listCtrl->RefreshItem(static_cast<long>(index));
 }
 
 void CDlgFtpTransferManager::PumpAfterDownloadAdded() { ftpzn::PumpMessages(); }

@@ -17,11 +17,12 @@ bool CDlgProgress::Create(wxWindow* parent, ftpzn::ManualResetEvent* cancelEvent
     m_bValid = 0;
     return false;
   }
-  m_animate = new wxGenericAnimationCtrl(this, IDC_ANIMATION, wxNullAnimation, wxPoint(12, 12), wxSize(48, 48),
-                                         wxAC_DEFAULT_STYLE | wxAC_NO_AUTORESIZE);
+  m_animate = new wxGenericAnimationCtrl(this, IDC_ANIMATION, wxNullAnimation, wxPoint(12, 12),
+                                         wxSize(48, 48), wxAC_DEFAULT_STYLE | wxAC_NO_AUTORESIZE);
   m_line1 = new wxStaticText(this, IDC_LINE1, wxString(), wxPoint(72, 14), wxSize(316, 20),
                              wxST_NO_AUTORESIZE | wxST_ELLIPSIZE_MIDDLE);
-  m_line2 = new wxStaticText(this, IDC_LINE2, wxString(), wxPoint(72, 40), wxSize(316, 20), wxST_NO_AUTORESIZE);
+  m_line2 =
+      new wxStaticText(this, IDC_LINE2, wxString(), wxPoint(72, 40), wxSize(316, 20), wxST_NO_AUTORESIZE);
   new wxStaticText(this, IDC_STATIC_107, wxString(), wxPoint(72, 62), wxSize(1, 1));
   new wxStaticText(this, IDC_STATIC_1020, wxString(), wxPoint(72, 64), wxSize(1, 1));
   m_progress = new wxGauge(this, IDC_PROGRESS, 100, wxPoint(12, 76), wxSize(376, 18));

@@ -68,8 +68,8 @@ CDlgReplaceFile::CDlgReplaceFile(wxWindow* parent)
                                 wxST_NO_AUTORESIZE | wxST_ELLIPSIZE_MIDDLE);
   new wxStaticText(this, wxID_STATIC, "Would you like to replace the existing file", wxPoint(56, 50));
   m_iconExisting = AddIcon(this, IDC_ICON_EXISTING, wxBitmapBundle(), wxPoint(56, 76));
-  m_existing = new wxStaticText(this, IDC_EXISTING, wxString(), wxPoint(100, 76), wxSize(328, 40),
-                                wxST_NO_AUTORESIZE);
+  m_existing =
+      new wxStaticText(this, IDC_EXISTING, wxString(), wxPoint(100, 76), wxSize(328, 40), wxST_NO_AUTORESIZE);
   new wxStaticText(this, wxID_STATIC, "with this one?", wxPoint(56, 126));
   m_iconNew = AddIcon(this, IDC_ICON_NEW, wxBitmapBundle(), wxPoint(56, 152));
   m_new = new wxStaticText(this, IDC_NEW, wxString(), wxPoint(100, 152), wxSize(328, 40), wxST_NO_AUTORESIZE);
@@ -89,12 +89,13 @@ void CDlgReplaceFile::OnInitDialog() {
 CDlgReplaceFold::CDlgReplaceFold(wxWindow* parent)
     : ModuleDialog(parent, IDD, "Confirm Folder Replace", wxSize(kClientWidth, 170)) {
   AddIcon(this, wxID_ANY, ftpzn::res::LoadIconBundle(CDlgReplaceFile::IDI_REPLACE, kIcon), wxPoint(12, 12));
-  m_headline = new wxStaticText(
-      this, IDC_HEADLINE,
-      "This folder already contains a folder named '%2'.\n\nIf the files in the existing folder have the same "
-      "name as files in the folder you are downloading, they will be replaced.  Do you still want to download "
-      "the folder?",
-      wxPoint(56, 12), wxSize(372, 104), wxST_NO_AUTORESIZE);
+  m_headline = new wxStaticText(this, IDC_HEADLINE,
+                                "This folder already contains a folder named '%2'.\n\nIf the files in the "
+                                "existing folder have the same "
+                                "name as files in the folder you are downloading, they will be replaced.  Do "
+                                "you still want to download "
+                                "the folder?",
+                                wxPoint(56, 12), wxSize(372, 104), wxST_NO_AUTORESIZE);
   AddAnswerButtons(this, 128);
 }
 

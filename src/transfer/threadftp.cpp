@@ -96,17 +96,19 @@ void CThreadFtp::Connect(bool upload) {
   const uint32_t attempts = std::max<uint32_t>(m_nAttempts, 1);
   for (uint32_t remaining = attempts - 1;; --remaining) {
     try {
-      m_pConnection = m_session->GetFtpConnection(m_strHost.str().ToStdWstring(), m_strUser.str().ToStdWstring(),
-                                                 m_strPassword.str().ToStdWstring(),
-                                                 static_cast<uint16_t>(m_nPort), m_bPassive != 0);
+      m_pConnection = m_session->GetFtpConnection(
+          m_strHost.str().ToStdWstring(), m_strUser.str().ToStdWstring(), m_strPassword.str().ToStdWstring(),
+          static_cast<uint16_t>(m_nPort), m_bPassive != 0);
       return;
     } catch (const inet::CInternetException& e) {
       m_pConnection.reset();
       std::wstring text;
-      if (!e.GetErrorMessage(text)) text = wxString::Format("Internet Exception Error %d", static_cast<int>(e.m_dwError)).ToStdWstring();
+      if (!e.GetErrorMessage(text))
+        text = wxString::Format("Internet Exception Error %d", static_cast<int>(e.m_dwError)).ToStdWstring();
       SetMessage(text);
       if (remaining < 1) throw static_cast<const wchar_t*>(m_szMessage.get());
-      if (upload) SetMessage(wxString::Format("Retrying after %d seconds...", static_cast<int>(m_nRetryDelay)));
+      if (upload)
+        SetMessage(wxString::Format("Retrying after %d seconds...", static_cast<int>(m_nRetryDelay)));
     }
     // A cancel during the pause ends with what the scratch text says now:
     // the last error for a download, the retry sentence for an upload.
@@ -134,7 +136,8 @@ void CThreadFtp::RunTransfer(Fn&& transfer) {
     m_strResult = wxString::Format("File Error %d %s", e.m_cause, e.m_strFileName);
   } catch (const inet::CInternetException& e) {
     m_strResult = wxString::Format("Internet Exception Error %d", static_cast<int>(e.m_dwError));
-    if (e.m_dwError == 12003) m_strResult += wxString(inet::InternetGetLastResponseInfo()).Left(kMessageChars - 1);
+    if (e.m_dwError == 12003)
+      m_strResult += wxString(inet::InternetGetLastResponseInfo()).Left(kMessageChars - 1);
   } catch (const std::exception& e) {
     // Nothing may end the host's process; out of memory is the one
     // failure left that the transfer itself does not report.
@@ -178,8 +181,8 @@ CThreadFtpDownload::CThreadFtpDownload() { m_bAutoDelete = false; }
 CThreadFtpDownload::~CThreadFtpDownload() = default;
 
 wxString CThreadFtpDownload::ProgressLine(uint64_t bytes) const {
-  return wxString::Format("Receiving: %s(%d/%d)", m_strFileName, static_cast<int>(static_cast<uint32_t>(bytes)),
-                          static_cast<int>(m_dwFileSize));
+  return wxString::Format("Receiving: %s(%d/%d)", m_strFileName,
+                          static_cast<int>(static_cast<uint32_t>(bytes)), static_cast<int>(m_dwFileSize));
 }
 
 bool CThreadFtpDownload::InitInstance() {
@@ -201,8 +204,8 @@ bool CThreadFtpDownload::InitInstance() {
     Post(ftpzn::WM_FTP_DOWNLOAD_DONE);
     return false;
   }
-  m_strResult = Quoted(m_strFileName) +
-                (m_hEventKill.IsSet() ? " download cancelled." : " successfully downloaded.");
+  m_strResult =
+      Quoted(m_strFileName) + (m_hEventKill.IsSet() ? " download cancelled." : " successfully downloaded.");
   Post(ftpzn::WM_FTP_DOWNLOAD_DONE);
   return false;
 }
@@ -217,10 +220,11 @@ void CThreadFtpDownload::Transfer(wxString localPath, wxString remotePath) {
   SetMessage(localPath);
   // A name from a server that would leave the local directory never
   // reaches the disk.
-  if (IsUnsafeFileName() || !m_file.Open(localPath, ftpzn::LocalFile::modeCreate | ftpzn::LocalFile::modeWrite))
+  if (IsUnsafeFileName() ||
+      !m_file.Open(localPath, ftpzn::LocalFile::modeCreate | ftpzn::LocalFile::modeWrite))
     ThrowMessage(wxString::Format("Unable to create file %s", localPath));
-  std::unique_ptr<inet::CInternetFile> remote =
-      m_pConnection->OpenFile(m_strFileName.ToStdWstring(), inet::GENERIC_READ, m_dwTransferType, kFileContext);
+  std::unique_ptr<inet::CInternetFile> remote = m_pConnection->OpenFile(
+      m_strFileName.ToStdWstring(), inet::GENERIC_READ, m_dwTransferType, kFileContext);
   // Each block is read straight into the local file's buffer: the same
   // 4096-byte reads and writes, without a copy between them.
   uint64_t received = 0;
@@ -245,8 +249,8 @@ CThreadFtpUpload::CThreadFtpUpload() { m_bAutoDelete = false; }
 CThreadFtpUpload::~CThreadFtpUpload() = default;
 
 wxString CThreadFtpUpload::ProgressLine(uint64_t bytes) const {
-  return wxString::Format("Sending: %s(%d/%d)\n", m_strFileName, static_cast<int>(static_cast<uint32_t>(bytes)),
-                          static_cast<int>(m_dwFileSize));
+  return wxString::Format("Sending: %s(%d/%d)\n", m_strFileName,
+                          static_cast<int>(static_cast<uint32_t>(bytes)), static_cast<int>(m_dwFileSize));
 }
 
 bool CThreadFtpUpload::InitInstance() {
@@ -265,7 +269,8 @@ bool CThreadFtpUpload::InitInstance() {
   m_strResult.Replace("\n", " ");
   m_strResult.Replace("\r", "");
   if (m_strResult.empty())
-    m_strResult = Quoted(m_strFileName) + (m_hEventKill.IsSet() ? " upload cancelled." : " successfully uploaded.");
+    m_strResult =
+        Quoted(m_strFileName) + (m_hEventKill.IsSet() ? " upload cancelled." : " successfully uploaded.");
   else
     m_bFailed = 1;
   Post(ftpzn::WM_FTP_UPLOAD_DONE);
@@ -282,9 +287,8 @@ void CThreadFtpUpload::Transfer(wxString localPath, wxString remotePath) {
   if (IsUnsafeFileName()) ThrowMessage(wxString::Format("Unable to create file %s", localPath));
   if (!m_file.Open(localPath, ftpzn::LocalFile::modeRead))
     ThrowMessage(wxString::Format("Unable to open file %s \n", localPath));
-  std::unique_ptr<inet::CInternetFile> remote =
-      m_pConnection->OpenFile(remotePath.ToStdWstring(), inet::GENERIC_WRITE, inet::FTP_TRANSFER_TYPE_BINARY,
-                              kFileContext);
+  std::unique_ptr<inet::CInternetFile> remote = m_pConnection->OpenFile(
+      remotePath.ToStdWstring(), inet::GENERIC_WRITE, inet::FTP_TRANSFER_TYPE_BINARY, kFileContext);
   m_dwFileSize = static_cast<uint32_t>(m_file.GetLength());
   uint64_t sent = 0;
   for (;;) {

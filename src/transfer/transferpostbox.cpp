@@ -73,7 +73,8 @@ void TransferPostBox::FlushHeldProgress() {
   if (!m_target) return;
   const Clock::time_point now = Clock::now();
   for (auto& [id, slot] : m_slots) {
-    if (slot.held && !slot.eventQueued && now - slot.lastQueued >= std::chrono::milliseconds(kProgressIntervalMs))
+    if (slot.held && !slot.eventQueued &&
+        now - slot.lastQueued >= std::chrono::milliseconds(kProgressIntervalMs))
       QueueProgress(id, slot, now);
   }
 }

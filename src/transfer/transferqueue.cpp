@@ -190,9 +190,11 @@ wxString TransferQueue::GetCellText(size_t index, int column) const {
       return w.m_strHost;
     case kColumnFrom:
       // Directories for a download, whole paths for an upload, as always.
-      return row.upload ? CollapseSlashes(w.m_strLocalDir.str() + "/" + w.m_strFileName) : w.m_strRemoteDir.str();
+      return row.upload ? CollapseSlashes(w.m_strLocalDir.str() + "/" + w.m_strFileName)
+                        : w.m_strRemoteDir.str();
     case kColumnTo:
-      return row.upload ? CollapseSlashes(w.m_strRemoteDir.str() + "/" + w.m_strFileName) : w.m_strLocalDir.str();
+      return row.upload ? CollapseSlashes(w.m_strRemoteDir.str() + "/" + w.m_strFileName)
+                        : w.m_strLocalDir.str();
     case kColumnStatus:
       return row.status;
     case kColumnProgress: {
@@ -240,7 +242,8 @@ void TransferQueue::OnProgress(uint32_t threadId, uint64_t bytes, uint64_t nowMs
     if (!meter.shown) {
       meter.startMs = nowMs;
     } else if (nowMs > meter.shownMs) {
-      rate = static_cast<double>(bytes - meter.shownBytes) * 1000.0 / static_cast<double>(nowMs - meter.shownMs);
+      rate =
+          static_cast<double>(bytes - meter.shownBytes) * 1000.0 / static_cast<double>(nowMs - meter.shownMs);
     }
     meter.text = FormatTransferProgress(bytes, worker->m_dwFileSize, rate);
     meter.shown = true;
@@ -261,7 +264,7 @@ void TransferQueue::OnEnd(WorkerList<Worker>& list, uint32_t threadId, bool uplo
   std::unique_ptr<Worker> worker = list.Remove(threadId);
   --m_nActive;
   if (worker->m_bFailed && m_bRemoveFailed == 0) {
-    TransferArgs again{worker->m_strHost,    worker->m_strUser,    worker->m_strPassword,
+    TransferArgs again{worker->m_strHost,     worker->m_strUser,     worker->m_strPassword,
                        worker->m_strFileName, worker->m_strLocalDir, worker->m_strRemoteDir};
     if (upload) {
       // Listed again with its settings one place early, and queued rather

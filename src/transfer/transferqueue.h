@@ -6,9 +6,9 @@
 
 #include <wx/string.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <deque>
-#include <algorithm>
 #include <memory>
 #include <unordered_map>
 #include <vector>
@@ -83,8 +83,9 @@ class WorkerList {
   auto Lower(uint32_t threadId) { return LowerIn(m_workers, threadId); }
   template <typename Workers>
   static auto LowerIn(Workers& workers, uint32_t threadId) {
-    return std::lower_bound(workers.begin(), workers.end(), threadId,
-                            [](const std::unique_ptr<Worker>& w, uint32_t id) { return w->m_nThreadID < id; });
+    return std::lower_bound(
+        workers.begin(), workers.end(), threadId,
+        [](const std::unique_ptr<Worker>& w, uint32_t id) { return w->m_nThreadID < id; });
   }
   std::deque<std::unique_ptr<Worker>> m_workers;
 };

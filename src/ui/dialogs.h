@@ -52,10 +52,6 @@ class ModuleDialog : public wxDialog {
   ModuleDialog() = default;
   bool CreateDialog(wxWindow* parent, wxWindowID id, const wxString& title, const wxSize& clientSize,
                     long style = wxDEFAULT_DIALOG_STYLE);
-
- public:
-
- protected:
   virtual void OnInitDialog() {}
   // Button 1 by default: read the controls, end with 1.
   virtual void OnOK();

@@ -18,16 +18,16 @@
 namespace ftpzn::inet {
 namespace {
 
+using fake::CloseWith;
+using fake::Epsv;
 using fake::FakeServer;
 using fake::Greet;
 using fake::On;
-using fake::Step;
-using fake::Plus;
-using fake::CloseWith;
-using fake::Silence;
-using fake::Transfer;
-using fake::Epsv;
 using fake::Pasv;
+using fake::Plus;
+using fake::Silence;
+using fake::Step;
+using fake::Transfer;
 
 class FakeServerTest : public ::testing::Test {
  protected:

@@ -33,8 +33,8 @@ class CommandsTest : public ftpzn::test::WindowTest {
   void Connect(const wxString& remoteDir) {
     m_window->m_pInetSession = std::make_unique<ftpzn::CMyInternetSession>();
     m_window->m_pFtpConnection = m_window->m_pInetSession->GetFtpConnection(
-        L"127.0.0.1", wxString(FtpTestServer::kUser).ToStdWstring(), wxString(FtpTestServer::kPassword).ToStdWstring(),
-        m_port, true);
+        L"127.0.0.1", wxString(FtpTestServer::kUser).ToStdWstring(),
+        wxString(FtpTestServer::kPassword).ToStdWstring(), m_port, true);
     m_window->m_strServerName = "127.0.0.1";
     m_window->m_site.m_strLogin = FtpTestServer::kUser;
     m_window->m_site.m_strPassword = FtpTestServer::kPassword;
@@ -65,7 +65,6 @@ class CommandsTest : public ftpzn::test::WindowTest {
   std::vector<wxString> Results() const {
     return {m_window->m_arrDownloadResults.begin(), m_window->m_arrDownloadResults.end()};
   }
-
 };
 
 TEST_F(CommandsTest, RefusedWithoutAConnectionOrADirectory) {

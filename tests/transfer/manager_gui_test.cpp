@@ -34,7 +34,8 @@ std::unique_ptr<fake::FakeServer> TrickleServer() {
   trickle.dataPieceSize = 4096;
   trickle.dataPieceMs = 10;
   return std::make_unique<fake::FakeServer>(fake::Plus(
-      fake::Login(), {fake::On("CWD /pub", "250 ok\r\n"), fake::On("TYPE I", "200 ok\r\n"), fake::Epsv(), trickle}));
+      fake::Login(),
+      {fake::On("CWD /pub", "250 ok\r\n"), fake::On("TYPE I", "200 ok\r\n"), fake::Epsv(), trickle}));
 }
 
 class ManagerTest : public ftpzn::test::WindowTest {
@@ -48,8 +49,12 @@ class ManagerTest : public ftpzn::test::WindowTest {
   }
 
   ftpzn::TransferArgs Args(const char* name, bool upload = false) const {
-    ftpzn::TransferArgs args{"127.0.0.1", FtpTestServer::kUser, FtpTestServer::kPassword, name,
-                             wxString::FromUTF8(m_local) + (upload ? "" : "/"), upload ? "/up" : "/pub"};
+    ftpzn::TransferArgs args{"127.0.0.1",
+                             FtpTestServer::kUser,
+                             FtpTestServer::kPassword,
+                             name,
+                             wxString::FromUTF8(m_local) + (upload ? "" : "/"),
+                             upload ? "/up" : "/pub"};
     args.port = m_port;
     args.passive = true;
     return args;
@@ -57,7 +62,8 @@ class ManagerTest : public ftpzn::test::WindowTest {
   long ListedRows() { return m_manager->m_listCtrl->GetItemCount(); }
   wxString Cell(long row, int column) { return m_manager->m_listCtrl->GetItemText(row, column); }
   bool WaitRows(size_t rows, int ms = 10000) {
-    return PumpUntil([&] { return m_manager->GetRowCount() == rows && ListedRows() == static_cast<long>(rows); }, ms);
+    return PumpUntil(
+        [&] { return m_manager->GetRowCount() == rows && ListedRows() == static_cast<long>(rows); }, ms);
   }
   void Select(long row) {
     m_manager->m_listCtrl->SetItemState(-1, 0, wxLIST_STATE_SELECTED);
@@ -92,7 +98,8 @@ TEST_F(ManagerTest, QueuedRowsRunWhileHiddenAndLeave) {
   const wxString expected[2][6] = {{"a.bin", "127.0.0.1", "/pub", local + "/", "Queued", ""},
                                    {"b.bin", "127.0.0.1", local + "/b.bin", "/up/b.bin", "Queued", ""}};
   for (long row = 0; row < 2; ++row)
-    for (int column = 0; column < 6; ++column) EXPECT_EQ(Cell(row, column), expected[row][column]) << row << column;
+    for (int column = 0; column < 6; ++column)
+      EXPECT_EQ(Cell(row, column), expected[row][column]) << row << column;
   ftpzn::test::SaveScreenshot("transfer-manager-queued");
 
   // Closing only hides the window, and says so in the store.
@@ -134,7 +141,8 @@ TEST_F(ManagerTest, FailedTransfersListedAgain) {
       Select(0);
       Command(CDlgFtpTransferManager::ID_TRANSFER_RESUBMIT);
       EXPECT_TRUE(m_manager->GetRow(0).worker->HasStarted());
-      ASSERT_TRUE(PumpUntil([&] { return ListedRows() == 1 && m_manager->GetRow(0).worker->HasStarted() == false; }));
+      ASSERT_TRUE(
+          PumpUntil([&] { return ListedRows() == 1 && m_manager->GetRow(0).worker->HasStarted() == false; }));
       Command(CDlgFtpTransferManager::ID_EDIT_SELECT_ALL);
       Command(CDlgFtpTransferManager::ID_TRANSFER_CANCEL);
       ASSERT_TRUE(WaitRows(0));
@@ -244,7 +252,8 @@ TEST(ManagerPlacement, RestoredClampedAndSaved) {
     // Saved when kept, the stored values left alone otherwise.
     const bool kept = c.savePosition != 0;
     EXPECT_EQ(ftpzn::GetProfileInt("TransferManager", "WndLeft", -1), kept ? 40 : c.stored.x);
-    EXPECT_EQ(ftpzn::GetProfileInt("TransferManager", "WndBottom", -1), kept ? 310 : c.stored.GetBottom() + 1);
+    EXPECT_EQ(ftpzn::GetProfileInt("TransferManager", "WndBottom", -1),
+              kept ? 310 : c.stored.GetBottom() + 1);
     if (kept) {
       EXPECT_EQ(ftpzn::GetProfileInt("TransferManager", "WndStatus", -1), 1);
     }

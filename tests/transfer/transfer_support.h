@@ -3,8 +3,8 @@
 #pragma once
 
 #include <chrono>
-#include <filesystem>
 #include <condition_variable>
+#include <filesystem>
 #include <fstream>
 #include <mutex>
 #include <optional>
@@ -37,8 +37,10 @@ struct SampleFile {
   const char* name;  // UTF-8
   size_t size;
 };
-inline const SampleFile kSampleFiles[] = {
-    {"empty.bin", 0}, {"block.bin", 4096}, {"ten.bin", 10 << 20}, {"name with spaces \xc3\xa9\xe6\x97\xa5.txt", 5000}};
+inline const SampleFile kSampleFiles[] = {{"empty.bin", 0},
+                                          {"block.bin", 4096},
+                                          {"ten.bin", 10 << 20},
+                                          {"name with spaces \xc3\xa9\xe6\x97\xa5.txt", 5000}};
 
 // One server of a kind for the binary, over a tree every test shares:
 // /pub with the sample files, /up for uploads, and trees for the walks.

@@ -57,9 +57,9 @@ class RemoteWalk : public ::testing::Test {
 TEST_F(RemoteWalk, EntriesInOrderWithSizesWrappedAtFourGiB) {
   std::vector<TreeEntry> entries;
   EXPECT_EQ(ftpzn::RemoteTreeWalk(m_connection.get(), "/tree", entries, m_observer), 1);
-  const std::vector<TreeEntry> expected = {
-      {"/tree", "/", 0},     {"/tree/", "big.bin", 705032704}, {"/tree/x", "/", 0},
-      {"/tree/x/", "b.bin", 4}, {"/tree/x/y", "/", 0},          {"/tree/x/y/", "c.txt", 2}};
+  const std::vector<TreeEntry> expected = {{"/tree", "/", 0},     {"/tree/", "big.bin", 705032704},
+                                           {"/tree/x", "/", 0},   {"/tree/x/", "b.bin", 4},
+                                           {"/tree/x/y", "/", 0}, {"/tree/x/y/", "c.txt", 2}};
   EXPECT_EQ(entries, expected);
   EXPECT_TRUE(m_observer.messages.empty());
   EXPECT_EQ(ServerDirectory(), L"/");  // set back at the end
@@ -70,7 +70,8 @@ TEST_F(RemoteWalk, AnEmptyFolderStopsTheWalkWhatCameBeforeIsQueued) {
   ftpzn::TransferQueue queue;
   ftpzn::TransferSite site{"127.0.0.1", "u", "p"};
   site.port = ftpzn::testing::ClosedPort();
-  EXPECT_TRUE(ftpzn::DownloadRemoteDirectory(m_connection.get(), queue, site, "/holes", wxString::FromUTF8(local) + "/holes", m_observer));
+  EXPECT_TRUE(ftpzn::DownloadRemoteDirectory(m_connection.get(), queue, site, "/holes",
+                                             wxString::FromUTF8(local) + "/holes", m_observer));
   EXPECT_EQ(m_observer.messages, std::vector<wxString>{"find:/holes/zz/* error:18"});
   ASSERT_EQ(queue.GetRowCount(), 1u);
   EXPECT_EQ(queue.GetRow(0).worker->m_strFileName, "a.txt");
@@ -89,7 +90,8 @@ TEST_F(RemoteWalk, ADirectoryCutToDotDotIsPassedOver) {
   queue.m_bHold = 1;
   ftpzn::TransferSite site{"127.0.0.1", "u", "p"};
   site.port = ftpzn::testing::ClosedPort();
-  EXPECT_TRUE(ftpzn::DownloadRemoteDirectory(m_connection.get(), queue, site, "/q", wxString::FromUTF8(local) + "/in", m_observer));
+  EXPECT_TRUE(ftpzn::DownloadRemoteDirectory(m_connection.get(), queue, site, "/q",
+                                             wxString::FromUTF8(local) + "/in", m_observer));
   // stay.txt is queued; q.. (cut to "..") and the file in it are not.
   ASSERT_EQ(queue.GetRowCount(), 1u);
   EXPECT_EQ(queue.GetRow(0).worker->m_strFileName, "stay.txt");
@@ -110,7 +112,8 @@ TEST_F(RemoteWalk, CancelStopsAndSetsTheDirectoryBack) {
   m_observer.directories.clear();
   m_observer.stopAfter = 1;
   ftpzn::TransferQueue queue;
-  EXPECT_FALSE(ftpzn::DownloadRemoteDirectory(m_connection.get(), queue, {}, "/tree", "/nonexistent/never", m_observer));
+  EXPECT_FALSE(ftpzn::DownloadRemoteDirectory(m_connection.get(), queue, {}, "/tree", "/nonexistent/never",
+                                              m_observer));
   EXPECT_EQ(queue.GetRowCount(), 0u);
   EXPECT_FALSE(fs::exists("/nonexistent"));
 }
@@ -122,8 +125,9 @@ TEST(HostileListing, NamesThatAreNoFileNamesAreSkippedWithATraceLine) {
       "drwxr-xr-x 2 u g 0 Jan 10  2020 .\r\n"
       "-rw-r--r-- 1 u g 3 Jan 10  2020 ok.txt\r\n";
   fake::FakeServer server(fake::Plus(
-      fake::Login(), {fake::On("PWD", "257 \"/\"\r\n"), fake::On("CWD /h", "250 ok\r\n"), fake::On("TYPE A", "200 ok\r\n"),
-                      fake::Epsv(), fake::Transfer("LIST", listing), fake::On("CWD /", "250 ok\r\n")}));
+      fake::Login(),
+      {fake::On("PWD", "257 \"/\"\r\n"), fake::On("CWD /h", "250 ok\r\n"), fake::On("TYPE A", "200 ok\r\n"),
+       fake::Epsv(), fake::Transfer("LIST", listing), fake::On("CWD /", "250 ok\r\n")}));
   ftpzn::inet::CInternetSession session;
   auto connection = session.GetFtpConnection(L"127.0.0.1", L"u", L"p", server.Port(), true);
   const std::string local = ftpzn::testing::MakeScratchDir("ftpzn-hostile-");
@@ -131,7 +135,8 @@ TEST(HostileListing, NamesThatAreNoFileNamesAreSkippedWithATraceLine) {
   ftpzn::TransferQueue queue;
   ftpzn::TransferSite site{"127.0.0.1", "u", "p"};
   site.port = ftpzn::testing::ClosedPort();
-  EXPECT_TRUE(ftpzn::DownloadRemoteDirectory(connection.get(), queue, site, "/h", wxString::FromUTF8(local) + "/h", observer));
+  EXPECT_TRUE(ftpzn::DownloadRemoteDirectory(connection.get(), queue, site, "/h",
+                                             wxString::FromUTF8(local) + "/h", observer));
   // "." never reaches the walk: the engine drops it from every listing.
   ASSERT_EQ(observer.traces.size(), 2u);
   EXPECT_TRUE(observer.traces[0].Contains("\"../x\""));

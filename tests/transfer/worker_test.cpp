@@ -60,7 +60,8 @@ class Runner {
     worker->ResumeThread();
     if (during) during();
     EXPECT_TRUE(worker->m_hEventDead.Wait(30000)) << "the worker never ended";
-    Outcome out{worker->GetResult(), worker->m_bFailed, m_sink->Lines(), m_sink->ProgressCount(), m_sink->End()};
+    Outcome out{worker->GetResult(), worker->m_bFailed, m_sink->Lines(), m_sink->ProgressCount(),
+                m_sink->End()};
     out.seconds = std::chrono::duration<double>(Clock::now() - start).count();
     worker->KillThread();
     return out;
@@ -162,8 +163,9 @@ TEST_P(RefusalTest, ResultTexts) {
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
-    CThreadFtp* worker = c.upload ? static_cast<CThreadFtp*>(Make<CThreadFtpUpload>(c.name, c.remoteDir, local))
-                                  : Make<CThreadFtpDownload>(c.name, c.remoteDir, local + "/");
+    CThreadFtp* worker = c.upload
+                             ? static_cast<CThreadFtp*>(Make<CThreadFtpUpload>(c.name, c.remoteDir, local))
+                             : Make<CThreadFtpDownload>(c.name, c.remoteDir, local + "/");
     const Outcome out = m_runner.Finish(worker);
     EXPECT_EQ(out.failed, 1);
     if (c.expected.EndsWith("*"))
@@ -216,8 +218,9 @@ TEST(WorkerCancel, BeforeStartDuringRetryWaitAndMidway) {
   for (const Case& c : cases) {
     SCOPED_TRACE(c.what);
     Runner runner;
-    CThreadFtp* worker = c.upload ? static_cast<CThreadFtp*>(runner.Make<CThreadFtpUpload>("a.txt", "/", "/tmp"))
-                                  : runner.Make<CThreadFtpDownload>("a.txt", "/", "/tmp/");
+    CThreadFtp* worker = c.upload
+                             ? static_cast<CThreadFtp*>(runner.Make<CThreadFtpUpload>("a.txt", "/", "/tmp"))
+                             : runner.Make<CThreadFtpDownload>("a.txt", "/", "/tmp/");
     worker->m_nPort = ftpzn::testing::ClosedPort();
     worker->m_nAttempts = 3;
     worker->m_nRetryDelay = 30;
@@ -236,8 +239,9 @@ TEST(WorkerCancel, BeforeStartDuringRetryWaitAndMidway) {
   fake::Step trickle = fake::Transfer("RETR slow.bin", std::string(400 * 1024, 's'));
   trickle.dataPieceSize = 4096;
   trickle.dataPieceMs = 10;
-  fake::FakeServer server(fake::Plus(fake::Login(), {fake::On("CWD /pub", "250 ok\r\n"),
-                                                     fake::On("TYPE I", "200 ok\r\n"), fake::Epsv(), trickle}));
+  fake::FakeServer server(fake::Plus(
+      fake::Login(),
+      {fake::On("CWD /pub", "250 ok\r\n"), fake::On("TYPE I", "200 ok\r\n"), fake::Epsv(), trickle}));
   const std::string local = ftpzn::testing::MakeScratchDir("ftpzn-cancel-");
   Runner runner;
   auto* down = runner.Make<CThreadFtpDownload>("slow.bin", "/pub", wxString::FromUTF8(local) + "/");
@@ -258,8 +262,9 @@ TEST(WorkerCancel, BeforeStartDuringRetryWaitAndMidway) {
 
 TEST(WorkerFailure, BrokenDownloadKeepsWhatArrived) {
   fake::FakeServer server(
-      fake::Plus(fake::Login(), {fake::On("CWD /", "250 ok\r\n"), fake::On("TYPE I", "200 ok\r\n"), fake::Epsv(),
-                                 fake::Transfer("RETR part.bin", std::string(10000, 'p'), "426 Connection broken\r\n")}));
+      fake::Plus(fake::Login(),
+                 {fake::On("CWD /", "250 ok\r\n"), fake::On("TYPE I", "200 ok\r\n"), fake::Epsv(),
+                  fake::Transfer("RETR part.bin", std::string(10000, 'p'), "426 Connection broken\r\n")}));
   const std::string local = ftpzn::testing::MakeScratchDir("ftpzn-broken-");
   Runner runner;
   auto* down = runner.Make<CThreadFtpDownload>("part.bin", "/", wxString::FromUTF8(local) + "/");
