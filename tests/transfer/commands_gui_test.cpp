@@ -184,7 +184,7 @@ TEST_F(CommandsTest, ALongWalkShowsProgressAndCancels) {
     for (wxWindow* w : wxTopLevelWindows) {
       auto* progress = dynamic_cast<CDlgProgress*>(w);
       // A few ticks after it shows, so that the walk's own pumps painted it.
-      if (!progress || !progress->IsShown() || cancelled || ++seen < 4) continue;
+      if (!progress || !progress->IsShown() || cancelled || ++seen < 2) continue;
       windowDisabled = !m_window->IsEnabled();
       ftpzn::test::SaveScreenshot("walk-progress");
       wxCommandEvent cancel(wxEVT_BUTTON, ftpzn::kResultCancel);
