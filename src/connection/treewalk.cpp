@@ -12,12 +12,6 @@ constexpr uintptr_t kFindContext = 1;
 
 int LastError() { return static_cast<int>(inet::GetLastError()); }
 
-// The path without its trailing separators; the root stays "/".
-wxString WithoutTrailingSlashes(wxString path) {
-  while (path.length() > 1 && path.EndsWith("/")) path.RemoveLast();
-  return path;
-}
-
 // Whether a relative directory has a "." or ".." step: the set-trim can cut
 // a name such as "b.." down to "..", which would lead out of the base.
 bool LeavesBase(const wxString& relative) {
@@ -61,11 +55,6 @@ class Hold {
 };
 
 }  // namespace
-
-bool IsSafeEntryName(const wxString& name) {
-  return !name.empty() && name != "." && name != ".." && name.find('/') == wxString::npos &&
-         name.find(wxUniChar(0)) == wxString::npos;
-}
 
 wxString TrimLeadingCharsOf(const wxString& text, const wxString& set) {
   size_t at = 0;
@@ -165,7 +154,7 @@ void LocalTreeWalk(const wxString& start, std::vector<TreeEntry>& entries, TreeW
   // each sub-directory in turn, without recursion.
   std::vector<wxString> pending{start};
   while (!pending.empty()) {
-    wxString path = WithoutTrailingSlashes(pending.back());
+    wxString path = WithoutTrailingSeparators(pending.back());
     pending.pop_back();
     if (!observer.Continue(path, entries.size())) {
       if (cancelled) *cancelled = true;
@@ -217,7 +206,7 @@ bool DownloadRemoteDirectory(inet::CFtpConnection* connection, TransferQueue& qu
     }
     const wxString localDir = CollapseSeparators(localBase + "/" + relative + "/");
     if (entry.IsDirectory())
-      CreateLocalDirectory(WithoutTrailingSlashes(localDir));  // there already, or not: either way on
+      CreateLocalDirectory(WithoutTrailingSeparators(localDir));  // there already, or not: either way on
     else
       queue.AddDownload(ArgsFor(site, entry, localDir, remoteDir));
   }
@@ -227,8 +216,9 @@ bool DownloadRemoteDirectory(inet::CFtpConnection* connection, TransferQueue& qu
 bool UploadLocalDirectory(inet::CFtpConnection* connection, TransferQueue& queue, const TransferSite& site,
                           const wxString& localPath, const wxString& remoteBase, TreeWalkObserver& observer) {
   Hold hold(queue);
-  const wxString base =
-      WithoutTrailingSlashes(localPath) == "/" ? wxString("/") : WithoutTrailingSlashes(localPath) + "/";
+  const wxString base = WithoutTrailingSeparators(localPath) == "/"
+                            ? wxString("/")
+                            : WithoutTrailingSeparators(localPath) + "/";
   std::vector<TreeEntry> entries;
   bool cancelled = false;
   LocalTreeWalk(base, entries, observer, &cancelled);
@@ -246,7 +236,7 @@ bool UploadLocalDirectory(inet::CFtpConnection* connection, TransferQueue& queue
       queue.AddUpload(ArgsFor(site, entry, localDir, remoteDir));
     } else if (connection) {
       connection->CreateDirectory(
-          WithoutTrailingSlashes(remoteDir).ToStdWstring());  // a failure changes nothing
+          WithoutTrailingSeparators(remoteDir).ToStdWstring());  // a failure changes nothing
     }
   }
   return true;

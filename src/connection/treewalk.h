@@ -43,10 +43,6 @@ class TreeWalkObserver {
   virtual bool Continue(const wxString& directory, size_t entries) = 0;
 };
 
-// Whether a name from elsewhere may become a local file or folder name:
-// no "/", no NUL, not "." or "..".
-bool IsSafeEntryName(const wxString& name);
-
 // Appends the entries of the remote tree at `start`, listing each
 // directory over `connection` after changing to it; the connection's
 // directory is set back at the normal end. 1 on success; 0 without a

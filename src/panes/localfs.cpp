@@ -55,6 +55,16 @@ wxString CollapseSeparators(wxString path) {
   return path;
 }
 
+wxString WithoutTrailingSeparators(wxString path) {
+  while (path.length() > 1 && path.EndsWith("/")) path.RemoveLast();
+  return path;
+}
+
+bool IsSafeEntryName(const wxString& name) {
+  return !name.empty() && name != "." && name != ".." && name.find('/') == wxString::npos &&
+         name.find(wxUniChar(0)) == wxString::npos;
+}
+
 wxString LocalSearchPattern(const wxString& dir) {
   if (dir.EndsWith("/*")) return dir;
   return JoinLocalPath(dir, "*");

@@ -29,6 +29,11 @@ wxString LocalNameFromBytes(std::string_view bytes);
 wxString JoinLocalPath(const wxString& dir, const wxString& name);
 // Every "//" replaced by "/" until none is left.
 wxString CollapseSeparators(wxString path);
+// The path without its trailing "/"; the root stays "/".
+wxString WithoutTrailingSeparators(wxString path);
+// Whether a name from elsewhere (a server, a queued transfer) may become a
+// local file or folder name: no "/", no NUL, not "." or "..", not empty.
+bool IsSafeEntryName(const wxString& name);
 // The search pattern of a directory: dir followed by "/*", unless it already
 // ends in it ("/" gives "/*").
 wxString LocalSearchPattern(const wxString& dir);

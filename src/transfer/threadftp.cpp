@@ -6,6 +6,8 @@
 #include <cwchar>
 #include <exception>
 
+#include "panes/localfs.h"
+
 namespace inet = ftpzn::inet;
 using ftpzn::TransferMessage;
 
@@ -14,18 +16,6 @@ wxIMPLEMENT_DYNAMIC_CLASS(CThreadFtpDownload, CThreadFtp);
 wxIMPLEMENT_DYNAMIC_CLASS(CThreadFtpUpload, CThreadFtp);
 
 namespace {
-
-// Every "from" replaced by "to" until none is left.
-wxString CollapseAll(wxString text, const wxString& from, const wxString& to) {
-  while (text.Replace(from, to) > 0) {
-  }
-  return text;
-}
-
-wxString TrimTrailing(wxString text, wxUniChar c) {
-  while (text.length() > 1 && text.Last() == c) text.RemoveLast();
-  return text;
-}
 
 wxString Quoted(const wxString& name) { return "\"" + name + "\""; }
 
@@ -169,11 +159,6 @@ void CThreadFtp::CloseRemote(inet::CInternetFile& remote) {
   if (const uint32_t error = inet::GetLastError()) throw inet::CInternetException(error);
 }
 
-bool CThreadFtp::IsUnsafeFileName() const {
-  return m_strFileName == "." || m_strFileName == ".." || m_strFileName.find('/') != wxString::npos ||
-         m_strFileName.find(wxUniChar(0)) != wxString::npos;
-}
-
 // ---- CThreadFtpDownload
 
 CThreadFtpDownload::CThreadFtpDownload() { m_bAutoDelete = false; }
@@ -192,9 +177,9 @@ bool CThreadFtpDownload::InitInstance() {
     Post(ftpzn::WM_FTP_DOWNLOAD_DONE);
     return false;
   }
-  const wxString remotePath = CollapseAll(m_strRemoteDir.str() + "/" + m_strFileName, "//", "/");
+  const wxString remotePath = ftpzn::CollapseSeparators(m_strRemoteDir.str() + "/" + m_strFileName);
   // The directory ends in its separator; none is put in between.
-  const wxString localPath = CollapseAll(m_strLocalDir.str() + m_strFileName, "//", "/");
+  const wxString localPath = ftpzn::CollapseSeparators(m_strLocalDir.str() + m_strFileName);
   RunTransfer([&] {
     OpenSession();
     Transfer(localPath, remotePath);
@@ -212,15 +197,15 @@ bool CThreadFtpDownload::InitInstance() {
 
 void CThreadFtpDownload::Transfer(wxString localPath, wxString remotePath) {
   if (remotePath.EndsWith("/") || localPath.EndsWith("/")) return;
-  remotePath = TrimTrailing(remotePath, '/');
+  remotePath = ftpzn::WithoutTrailingSeparators(remotePath);
   // Leading separators stay: here they begin an absolute path.
-  localPath = TrimTrailing(localPath, '/');
+  localPath = ftpzn::WithoutTrailingSeparators(localPath);
   Connect(false);
   EnterRemoteDirectory();
   SetMessage(localPath);
   // A name from a server that would leave the local directory never
   // reaches the disk.
-  if (IsUnsafeFileName() ||
+  if (!ftpzn::IsSafeEntryName(m_strFileName) ||
       !m_file.Open(localPath, ftpzn::LocalFile::modeCreate | ftpzn::LocalFile::modeWrite))
     ThrowMessage(wxString::Format("Unable to create file %s", localPath));
   std::unique_ptr<inet::CInternetFile> remote = m_pConnection->OpenFile(
@@ -259,7 +244,7 @@ bool CThreadFtpUpload::InitInstance() {
     m_strResult = Quoted(m_strFileName) + " upload cancelled.";
     return false;
   }
-  const wxString localPath = CollapseAll(m_strLocalDir.str() + "/" + m_strFileName, "//", "/");
+  const wxString localPath = ftpzn::CollapseSeparators(m_strLocalDir.str() + "/" + m_strFileName);
   // Not collapsed: an upload into the root opens "//name", as it always did.
   const wxString remotePath = m_strRemoteDir.str() + "/" + m_strFileName;
   RunTransfer([&] {
@@ -279,12 +264,13 @@ bool CThreadFtpUpload::InitInstance() {
 
 void CThreadFtpUpload::Transfer(wxString localPath, wxString remotePath) {
   if (localPath.EndsWith("/") || remotePath.EndsWith("/")) return;
-  localPath = TrimTrailing(localPath, '/');
-  remotePath = TrimTrailing(remotePath, '/');
+  localPath = ftpzn::WithoutTrailingSeparators(localPath);
+  remotePath = ftpzn::WithoutTrailingSeparators(remotePath);
   Connect(true);
   EnterRemoteDirectory();
   SetMessage(localPath);
-  if (IsUnsafeFileName()) ThrowMessage(wxString::Format("Unable to create file %s", localPath));
+  if (!ftpzn::IsSafeEntryName(m_strFileName))
+    ThrowMessage(wxString::Format("Unable to create file %s", localPath));
   if (!m_file.Open(localPath, ftpzn::LocalFile::modeRead))
     ThrowMessage(wxString::Format("Unable to open file %s \n", localPath));
   std::unique_ptr<inet::CInternetFile> remote = m_pConnection->OpenFile(

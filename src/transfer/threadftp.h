@@ -116,8 +116,6 @@ class CThreadFtp : public wxObject, public ftpzn::WorkerThread {
   void Post(ftpzn::TransferMessage message);
   void PostStatus(const wxString& text);
   void PostProgress(uint64_t bytes);
-  // A file name that would leave the local directory, or is none.
-  bool IsUnsafeFileName() const;
 
  private:
   wxDECLARE_DYNAMIC_CLASS(CThreadFtp);

@@ -5,6 +5,8 @@
 #include <new>
 #include <type_traits>
 
+#include "panes/localfs.h"
+
 namespace ftpzn {
 namespace {
 
@@ -16,12 +18,6 @@ const SharedText& QueuedText() {
 const SharedText& FailedText() {
   static const SharedText text("Failed");
   return text;
-}
-
-wxString CollapseSlashes(wxString path) {
-  while (path.Replace("//", "/") > 0) {
-  }
-  return path;
 }
 
 wxString FormatDuration(uint64_t seconds) {
@@ -190,10 +186,10 @@ wxString TransferQueue::GetCellText(size_t index, int column) const {
       return w.m_strHost;
     case kColumnFrom:
       // Directories for a download, whole paths for an upload, as always.
-      return row.upload ? CollapseSlashes(w.m_strLocalDir.str() + "/" + w.m_strFileName)
+      return row.upload ? CollapseSeparators(w.m_strLocalDir.str() + "/" + w.m_strFileName)
                         : w.m_strRemoteDir.str();
     case kColumnTo:
-      return row.upload ? CollapseSlashes(w.m_strRemoteDir.str() + "/" + w.m_strFileName)
+      return row.upload ? CollapseSeparators(w.m_strRemoteDir.str() + "/" + w.m_strFileName)
                         : w.m_strLocalDir.str();
     case kColumnStatus:
       return row.status;
