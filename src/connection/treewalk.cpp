@@ -30,18 +30,6 @@ struct RemoteFrame {
   bool failed = false;
 };
 
-TransferArgs ArgsFor(const TransferSite& site, const TreeEntry& entry, const wxString& localDir,
-                     const wxString& remoteDir) {
-  TransferArgs args{site.server, site.login, site.password, entry.name, localDir, remoteDir};
-  args.fileSize = entry.size;
-  args.transferType = inet::FTP_TRANSFER_TYPE_BINARY;
-  args.attempts = site.retries;
-  args.retryDelay = site.retryDelay;
-  args.port = site.port;
-  args.passive = site.passive;
-  return args;
-}
-
 // Holds the queue for the life of an expansion, whatever way it ends.
 class Hold {
  public:
@@ -208,7 +196,8 @@ bool DownloadRemoteDirectory(inet::CFtpConnection* connection, TransferQueue& qu
     if (entry.IsDirectory())
       CreateLocalDirectory(WithoutTrailingSeparators(localDir));  // there already, or not: either way on
     else
-      queue.AddDownload(ArgsFor(site, entry, localDir, remoteDir));
+      queue.AddDownload(
+          site.ArgsFor(entry.name, localDir, remoteDir, entry.size, inet::FTP_TRANSFER_TYPE_BINARY));
   }
   return true;
 }
@@ -233,7 +222,8 @@ bool UploadLocalDirectory(inet::CFtpConnection* connection, TransferQueue& queue
     }
     const wxString remoteDir = CollapseSeparators("/" + remoteBase + "/" + relative + "/");
     if (!entry.IsDirectory()) {
-      queue.AddUpload(ArgsFor(site, entry, localDir, remoteDir));
+      queue.AddUpload(
+          site.ArgsFor(entry.name, localDir, remoteDir, entry.size, inet::FTP_TRANSFER_TYPE_BINARY));
     } else if (connection) {
       connection->CreateDirectory(
           WithoutTrailingSeparators(remoteDir).ToStdWstring());  // a failure changes nothing

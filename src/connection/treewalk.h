@@ -58,17 +58,6 @@ int RemoteTreeWalk(inet::CFtpConnection* connection, const wxString& start, std:
 void LocalTreeWalk(const wxString& start, std::vector<TreeEntry>& entries, TreeWalkObserver& observer,
                    bool* cancelled = nullptr);
 
-// The site the transfers of a tree go to.
-struct TransferSite {
-  wxString server;
-  wxString login;
-  wxString password;
-  uint32_t retries = 1;
-  uint32_t retryDelay = 10;
-  uint32_t port = 21;
-  bool passive = false;
-};
-
 // `text` without its leading characters that occur anywhere in `set`: a
 // trim by the set, not by a prefix, as the expansions have always cut a
 // tree's directories relative to where the walk began.

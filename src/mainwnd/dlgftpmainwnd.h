@@ -165,8 +165,6 @@ class CDlgFTPMainWnd : public wxFrame {
   void OnUpload(wxCommandEvent& event);
   // The connected site as the transfers of the commands take it.
   ftpzn::TransferSite CurrentTransferSite() const;
-  ftpzn::TransferArgs FileTransferArgs(const wxString& name, const wxString& localDir,
-                                       const wxString& remoteDir, uint32_t size) const;
   void OnSelectAll(wxCommandEvent& event);
   void OnInvertSelection(wxCommandEvent& event);
   void OnLocalNewDirectory(wxCommandEvent& event);

@@ -148,19 +148,6 @@ ftpzn::TransferSite CDlgFTPMainWnd::CurrentTransferSite() const {
   return site;
 }
 
-ftpzn::TransferArgs CDlgFTPMainWnd::FileTransferArgs(const wxString& name, const wxString& localDir,
-                                                     const wxString& remoteDir, uint32_t size) const {
-  const ftpzn::TransferSite site = CurrentTransferSite();
-  ftpzn::TransferArgs args{site.server, site.login, site.password, name, localDir, remoteDir};
-  args.fileSize = size;
-  args.transferType = static_cast<uint32_t>(m_nTransferType);
-  args.attempts = site.retries;
-  args.retryDelay = site.retryDelay;
-  args.port = site.port;
-  args.passive = site.passive;
-  return args;
-}
-
 int CDlgFTPMainWnd::DownloadRemoteDirectory(const wxString& remotePath, const wxString& localBase) {
   WalkProgress progress(this);
   return ftpzn::DownloadRemoteDirectory(m_pFtpConnection.get(), *m_pTransferManager, CurrentTransferSite(),
@@ -211,7 +198,8 @@ void CDlgFTPMainWnd::OnDownload(wxCommandEvent&) {
     if (row.record.folder) {
       if (!DownloadRemoteDirectory(remoteBase + row.name, localTarget)) return;
     } else {
-      m_pTransferManager->AddDownload(FileTransferArgs(row.name, localBase, remoteBase, row.record.size));
+      m_pTransferManager->AddDownload(CurrentTransferSite().ArgsFor(
+          row.name, localBase, remoteBase, row.record.size, static_cast<uint32_t>(m_nTransferType)));
       m_arrDownloadResults.Add(localBase + row.name);
     }
   }
@@ -243,7 +231,8 @@ void CDlgFTPMainWnd::OnUpload(wxCommandEvent&) {
     if (row.record.folder) {
       if (!UploadLocalDirectory(WithOneTrailingSlash(localBase + row.name), remoteBase + row.name)) return;
     } else {
-      m_pTransferManager->AddUpload(FileTransferArgs(row.name, localBase, remoteBase, row.record.size));
+      m_pTransferManager->AddUpload(CurrentTransferSite().ArgsFor(
+          row.name, localBase, remoteBase, row.record.size, static_cast<uint32_t>(m_nTransferType)));
     }
   }
 }

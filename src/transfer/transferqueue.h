@@ -44,6 +44,30 @@ struct TransferArgs {
   bool failed = false;
 };
 
+// The site transfers go to, as the add operations take it.
+struct TransferSite {
+  wxString server;
+  wxString login;
+  wxString password;
+  uint32_t retries = 1;
+  uint32_t retryDelay = 10;
+  uint32_t port = 21;
+  bool passive = false;
+
+  // One file's transfer to or from this site, not failed.
+  TransferArgs ArgsFor(const wxString& fileName, const wxString& localDir, const wxString& remoteDir,
+                       uint32_t fileSize, uint32_t transferType) const {
+    TransferArgs args{server, login, password, fileName, localDir, remoteDir};
+    args.fileSize = fileSize;
+    args.transferType = transferType;
+    args.attempts = retries;
+    args.retryDelay = retryDelay;
+    args.port = port;
+    args.passive = passive;
+    return args;
+  }
+};
+
 // "42%  430 MB  430 MB/s  0:02 left": how far a transfer of `total`
 // bytes is after `done`, at `bytesPerSecond` (negative: not known yet).
 // Without a size, or once `done` is past it, only the bytes and the rate.
