@@ -99,11 +99,7 @@ TEST(TransferBench, ThroughTheManagerBesidePeers) {
   auto server = FtpTestServer::Start(FtpServerKind::Vsftpd, root, error);
   ASSERT_TRUE(server) << error;
   const std::string url = server->Url();
-  const std::string lftp = std::string(
-                               "lftp -c 'set xfer:clobber on; set ftp:ssl-allow no; set net:max-retries 1; "
-                               "open -u ") +
-                           FtpTestServer::kUser + "," + FtpTestServer::kPassword + " ftp://" +
-                           url.substr(url.find('@') + 1) + "; ";
+  const std::string lftp = ftpzn::bench::LftpScript(url);
 
   auto* window = new CDlgFTPMainWnd;
   window->m_strLocalDir = wxString::FromUTF8(out);

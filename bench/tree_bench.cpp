@@ -21,12 +21,12 @@
 #include <vector>
 
 #include "bench_support.h"
-#include "connection/myinternetsession.h"
 #include "connection/treewalk.h"
 #include "ftp_servers.h"
 #include "gui_harness.h"
 #include "mainwnd/dlgftpmainwnd.h"
 #include "transfer/dlgftptransfermanager.h"
+#include "window_fixture.h"
 
 namespace {
 
@@ -81,25 +81,14 @@ TEST(TreeBench, ManySmallFilesThroughTheWindow) {
   auto server = FtpTestServer::Start(FtpServerKind::Vsftpd, root, error);
   ASSERT_TRUE(server) << error;
   const std::string url = server->Url();
-  const std::string lftp = std::string("lftp -c 'set ftp:ssl-allow no; set net:max-retries 1; open -u ") +
-                           FtpTestServer::kUser + "," + FtpTestServer::kPassword + " ftp://" +
-                           url.substr(url.find('@') + 1) + "; ";
+  const std::string lftp = ftpzn::bench::LftpScript(url);
   const std::string tool = std::string(FTPZN_FTP_TOOL);
 
   auto* window = new CDlgFTPMainWnd;
   window->m_strLocalDir = wxString::FromUTF8(out);
   ASSERT_TRUE(window->Create());
   window->Show();
-  window->m_pInetSession = std::make_unique<ftpzn::CMyInternetSession>();
-  window->m_pFtpConnection = window->m_pInetSession->GetFtpConnection(
-      L"127.0.0.1", wxString(FtpTestServer::kUser).ToStdWstring(),
-      wxString(FtpTestServer::kPassword).ToStdWstring(), server->Port(), true);
-  window->m_strServerName = "127.0.0.1";
-  window->m_site.m_strLogin = FtpTestServer::kUser;
-  window->m_site.m_strPassword = FtpTestServer::kPassword;
-  window->m_site.m_nPort = server->Port();
-  window->m_site.m_bPassive = 1;
-  window->m_site.m_nRetries = 1;
+  ftpzn::test::LogIn(*window, server->Port());
   CDlgFtpTransferManager& manager = *window->m_pTransferManager;
   manager.Show();
   ftpzn::test::PumpFor(200);

@@ -9,7 +9,6 @@
 
 #include <filesystem>
 
-#include "connection/myinternetsession.h"
 #include "gui_harness.h"
 #include "mainwnd/dlgftpmainwnd.h"
 #include "transfer/dlgftptransfermanager.h"
@@ -31,16 +30,7 @@ class CommandsTest : public ftpzn::test::WindowTest {
  protected:
   // Logs in as the connect command would and lists `remoteDir`.
   void Connect(const wxString& remoteDir) {
-    m_window->m_pInetSession = std::make_unique<ftpzn::CMyInternetSession>();
-    m_window->m_pFtpConnection = m_window->m_pInetSession->GetFtpConnection(
-        L"127.0.0.1", wxString(FtpTestServer::kUser).ToStdWstring(),
-        wxString(FtpTestServer::kPassword).ToStdWstring(), m_port, true);
-    m_window->m_strServerName = "127.0.0.1";
-    m_window->m_site.m_strLogin = FtpTestServer::kUser;
-    m_window->m_site.m_strPassword = FtpTestServer::kPassword;
-    m_window->m_site.m_nPort = m_port;
-    m_window->m_site.m_bPassive = 1;
-    m_window->m_site.m_nRetries = 1;
+    ftpzn::test::LogIn(*m_window, m_port);
     m_window->m_strRemoteDir = remoteDir;
     ASSERT_EQ(m_window->m_ctrlRemote.FillDirectory(remoteDir, m_window->m_pFtpConnection.get(), true), 1);
   }
