@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstring>
 #include <limits>
+#include <utility>
 
 namespace ftpzn {
 namespace {
@@ -41,13 +42,6 @@ bool PosixFile::OpenForReading(const wxString& path) {
   // until some writer came; only a regular file counts as openable, so a
   // directory or a device is "cannot be opened" like a missing file.
   m_fd = ::open(path.fn_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-  return m_fd >= 0 && KeepRegularFile();
-}
-
-bool PosixFile::OpenForWriting(const wxString& path) {
-  // O_NONBLOCK: a FIFO without a reader fails at once (ENXIO) instead of
-  // blocking the user-interface thread.
-  m_fd = ::open(path.fn_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NONBLOCK, 0600);
   return m_fd >= 0 && KeepRegularFile();
 }
 
@@ -92,7 +86,53 @@ size_t PosixFile::Read(void* buffer, size_t count) {
   return done;
 }
 
-void PosixFile::Write(const void* data, size_t count) {
+namespace {
+
+// The file a path finally names, following symbolic links (a bounded
+// number, as the kernel does); a link to nothing yet names its target.
+bool ResolveLinks(std::string& path) {
+  for (int hops = 0; hops < 40; ++hops) {
+    struct stat info {};
+    if (::lstat(path.c_str(), &info) != 0) return errno == ENOENT;
+    if (!S_ISLNK(info.st_mode)) return true;
+    std::string target(4096, '\0');
+    const ssize_t n = ::readlink(path.c_str(), target.data(), target.size());
+    if (n < 0 || static_cast<size_t>(n) >= target.size()) return false;
+    target.resize(static_cast<size_t>(n));
+    if (target.front() != '/') {
+      const size_t slash = path.rfind('/');
+      if (slash != std::string::npos) target.insert(0, path, 0, slash + 1);
+    }
+    path = std::move(target);
+  }
+  errno = ELOOP;
+  return false;
+}
+
+}  // namespace
+
+ReplacingFile::~ReplacingFile() { Discard(); }
+
+bool ReplacingFile::Open(const wxString& path) {
+  m_target = std::string(path.fn_str());
+  if (m_target.empty()) {
+    errno = ENOENT;
+    return false;
+  }
+  if (!ResolveLinks(m_target)) return false;
+  struct stat info {};
+  if (::stat(m_target.c_str(), &info) == 0 && !S_ISREG(info.st_mode)) {
+    // A directory, a FIFO or a device in the file's place is left alone.
+    errno = S_ISDIR(info.st_mode) ? EISDIR : EINVAL;
+    return false;
+  }
+  m_temporary = m_target + ".XXXXXX";
+  m_fd = ::mkostemp(m_temporary.data(), O_CLOEXEC);  // mode 0600
+  if (m_fd < 0) m_temporary.clear();
+  return m_fd >= 0;
+}
+
+void ReplacingFile::Write(const void* data, size_t count) {
   const auto* p = static_cast<const uint8_t*>(data);
   size_t done = 0;
   while (done < count) {
@@ -101,6 +141,24 @@ void PosixFile::Write(const void* data, size_t count) {
     if (n < 0) throw FileException("write failed", errno);
     done += static_cast<size_t>(n);
   }
+}
+
+bool ReplacingFile::Commit() {
+  if (::fsync(m_fd) != 0 || ::close(std::exchange(m_fd, -1)) != 0 ||
+      ::rename(m_temporary.c_str(), m_target.c_str()) != 0) {
+    const int error = errno;
+    Discard();
+    errno = error;
+    return false;
+  }
+  m_temporary.clear();
+  return true;
+}
+
+void ReplacingFile::Discard() {
+  if (m_fd >= 0) ::close(std::exchange(m_fd, -1));
+  if (!m_temporary.empty()) ::unlink(m_temporary.c_str());
+  m_temporary.clear();
 }
 
 Archive::Archive(ByteSource& source) : m_mode(load), m_pSource(&source) {}
@@ -255,17 +313,23 @@ void Archive::WriteQword(uint64_t value) {
 void Archive::WriteString(const wxString& value) {
   const std::u16string units = ToUtf16(value);
   const uint64_t length = units.size();
+  // The shortest escape that holds the length: a byte, a word, a dword or a
+  // qword, each announced by the all-ones value of the one before.
+  int escape = length < 0xFF ? 0 : length < 0xFFFE ? 1 : length < 0xFFFFFFFF ? 2 : 3;
+  if (m_pLongerEscapes && m_nStrings < m_pLongerEscapes->size())
+    escape = std::min(3, escape + (*m_pLongerEscapes)[m_nStrings]);
+  ++m_nStrings;
   WriteByte(0xFF);
   WriteWord(0xFFFE);
-  if (length < 0xFF) {
+  if (escape == 0) {
     WriteByte(static_cast<uint8_t>(length));
   } else {
     WriteByte(0xFF);
-    if (length < 0xFFFE) {
+    if (escape == 1) {
       WriteWord(static_cast<uint16_t>(length));
     } else {
       WriteWord(0xFFFF);
-      if (length < 0xFFFFFFFF) {
+      if (escape == 2) {
         WriteDword(static_cast<uint32_t>(length));
       } else {
         WriteDword(0xFFFFFFFF);

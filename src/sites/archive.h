@@ -64,8 +64,9 @@ class MemorySink : public ByteSink {
   std::vector<uint8_t> m_bytes;
 };
 
-// A file opened with open(2); closes itself. Reads and writes retry on EINTR.
-class PosixFile : public ByteSource, public ByteSink {
+// A file opened for reading with open(2); closes itself. Reads retry on
+// EINTR.
+class PosixFile : public ByteSource {
  public:
   PosixFile() = default;
   ~PosixFile() override;
@@ -75,18 +76,43 @@ class PosixFile : public ByteSource, public ByteSink {
   // False with errno set when the file cannot be opened or is not a
   // regular file; never blocks.
   bool OpenForReading(const wxString& path);
-  // Creates (mode 0600: the file holds passwords) or truncates.
-  bool OpenForWriting(const wxString& path);
   // Throws FileException when the close reports an error.
   void Close();
 
   size_t Read(void* buffer, size_t count) override;
-  void Write(const void* data, size_t count) override;
 
  private:
   // Closes the descriptor and fails (errno set) unless it is a regular file.
   bool KeepRegularFile();
 
+  int m_fd = -1;
+};
+
+// A new version of a file, made whole before it replaces the old one: the
+// bytes go to a temporary file (mode 0600: the file holds passwords) in the
+// target's directory, and Commit flushes it and renames it over the target.
+// A symbolic link is written through: the file it finally names is
+// replaced, the link stays. Without Commit the temporary file is removed.
+class ReplacingFile : public ByteSink {
+ public:
+  ReplacingFile() = default;
+  ~ReplacingFile() override;
+  ReplacingFile(const ReplacingFile&) = delete;
+  ReplacingFile& operator=(const ReplacingFile&) = delete;
+
+  // False with errno set when the target exists but is no regular file, or
+  // its directory takes no new file; never blocks.
+  bool Open(const wxString& path);
+  void Write(const void* data, size_t count) override;
+  // False with errno set when the data could not be made durable or put in
+  // the target's place; the target is then unchanged.
+  bool Commit();
+
+ private:
+  void Discard();
+
+  std::string m_target;
+  std::string m_temporary;
   int m_fd = -1;
 };
 
@@ -124,6 +150,12 @@ class Archive {
   void WriteDword(uint32_t value);
   void WriteQword(uint64_t value);
   void WriteString(const wxString& value);
+  // String number i written by this archive (from 0) takes
+  // (*escapes)[i] longer length escapes than it needs, at most the qword
+  // form: the file then ends its records elsewhere, and every reader takes
+  // each escape. Null: the shortest forms.
+  void UseLongerEscapes(const std::vector<uint8_t>* escapes) { m_pLongerEscapes = escapes; }
+  size_t StringsWritten() const { return m_nStrings; }
   void WriteBytes(const void* data, size_t count);
   void Flush();
 
@@ -158,6 +190,8 @@ class Archive {
   size_t m_nCur = 0;
   size_t m_nMax = 0;
   uint64_t m_nSourceRead = 0;
+  const std::vector<uint8_t>* m_pLongerEscapes = nullptr;
+  size_t m_nStrings = 0;
 };
 
 // UTF-16 code units of a string. A code point outside the basic plane

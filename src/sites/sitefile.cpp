@@ -87,18 +87,54 @@ bool LoadSites(ByteSource& source, std::vector<CFtpSite>& sites, SiteFileReport*
   return true;
 }
 
+namespace {
+
+std::vector<uint8_t> EncodeSites(std::vector<CFtpSite>& sites) {
+  // Extra length escapes per string, grown one at a time: each pass moves
+  // the end of the record that stopped the reader by a few bytes.
+  std::vector<uint8_t> longer;
+  const size_t maxPasses = sites.size() * 8 + 1;
+  for (size_t pass = 0;; ++pass) {
+    MemorySink memory;
+    Archive ar(memory);
+    ar.UseLongerEscapes(&longer);
+    ar.WriteString(kSitesMagic);
+    std::vector<size_t> recordStrings;  // the first string of each record, then the end
+    for (CFtpSite& site : sites) {
+      recordStrings.push_back(ar.StringsWritten());
+      site.Serialize(ar);
+    }
+    recordStrings.push_back(ar.StringsWritten());
+    ar.Flush();
+
+    // Read back through the reader's own buffer model: a record that ends
+    // exactly where the buffer runs empty would hide every later one.
+    MemorySource source(memory.Bytes());
+    std::vector<CFtpSite> readBack;
+    LoadSites(source, readBack);
+    const size_t stopped = readBack.size();
+    if (stopped >= sites.size() || stopped == 0 || pass == maxPasses) return memory.Bytes();
+    longer.resize(recordStrings.back(), 0);
+    // The last string of the record ending on the edge that can still grow.
+    for (size_t i = recordStrings[stopped]; i-- > recordStrings[stopped - 1];) {
+      if (longer[i] < 3) {
+        ++longer[i];
+        break;
+      }
+    }
+  }
+}
+
+}  // namespace
+
 bool SaveSites(ByteSink& sink, std::vector<CFtpSite>& sites, SiteFileReport* report) {
   SiteFileReport local;
   SiteFileReport& r = report ? *report : local;
   r = SiteFileReport{};
-  Archive ar(sink);
+  const std::vector<uint8_t> bytes = EncodeSites(sites);
   try {
-    ar.WriteString(kSitesMagic);
-    for (CFtpSite& site : sites) {
-      site.Serialize(ar);
-      ++r.records;
-    }
-    ar.Flush();
+    sink.Write(bytes.data(), bytes.size());
+    r.records = sites.size();
     r.flushed = true;
   } catch (const FileException& e) {
     r.outcome = SiteFileReport::damaged;
@@ -113,13 +149,32 @@ bool SerializeSites(const wxString& path, std::vector<CFtpSite>& sites, bool bSa
   SiteFileReport local;
   SiteFileReport& r = report ? *report : local;
   r = SiteFileReport{};
+  if (bSave) {
+    // A new file beside the target, renamed over it once complete: a full
+    // disk or a crash mid-save leaves the old file whole.
+    ReplacingFile file;
+    if (!file.Open(path)) {
+      r.error = errno;
+      r.outcome = SiteFileReport::notOpened;
+      return true;
+    }
+    if (!SaveSites(file, sites, &r)) return false;
+    r.flushed = false;
+    if (!file.Commit()) {
+      r.outcome = SiteFileReport::damaged;
+      r.error = errno;
+      return false;
+    }
+    r.flushed = true;
+    return true;
+  }
   PosixFile file;
-  if (!(bSave ? file.OpenForWriting(path) : file.OpenForReading(path))) {
+  if (!file.OpenForReading(path)) {
     r.error = errno;
     r.outcome = SiteFileReport::notOpened;
     return true;
   }
-  bool ok = bSave ? SaveSites(file, sites, &r) : LoadSites(file, sites, &r);
+  bool ok = LoadSites(file, sites, &r);
   try {
     file.Close();
   } catch (const FileException& e) {

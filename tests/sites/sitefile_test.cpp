@@ -124,6 +124,33 @@ TEST(SiteFile, RecordEndingOnTheBufferEdgeEndsTheList) {
   EXPECT_EQ(beforeEdge.report.unreadBytes, 0u);
 }
 
+TEST(SiteFile, SavedFilesReloadWhole) {
+  // Descriptions around 2007 characters put the first record's end on the
+  // buffer's edge in the shortest encoding (see the test above).
+  for (size_t chars = 1995; chars <= 2020; ++chars) {
+    std::vector<CFtpSite> sites(2);
+    sites[0].m_strDescription = wxString(std::wstring(chars, L'd'));
+    sites[1].m_strProfileName = "second";
+    MemorySink sink;
+    ASSERT_TRUE(SaveSites(sink, sites));
+    const Loaded loaded = Load(sink.Bytes());
+    ASSERT_EQ(loaded.sites, sites) << chars << " characters";
+  }
+  // Many profiles of random lengths, as users collect them.
+  std::mt19937 random(20261123);
+  for (int round = 0; round < 200; ++round) {
+    std::vector<CFtpSite> sites(20);
+    for (CFtpSite& site : sites) {
+      for (wxString* text : {&site.m_strHost, &site.m_strDescription, &site.m_strProfileName, &site.m_strLogin})
+        *text = wxString(std::wstring(random() % 400, static_cast<wchar_t>(L'a' + random() % 26)));
+      site.m_nPort = static_cast<int32_t>(random() % 65535 + 1);
+    }
+    MemorySink sink;
+    ASSERT_TRUE(SaveSites(sink, sites));
+    ASSERT_EQ(Load(sink.Bytes()).sites, sites) << "round " << round;
+  }
+}
+
 TEST(SiteFile, LongStringsAcrossBuffersReadWhole) {
   // A description of 10,000 bytes: part from the buffer, one whole block
   // straight from the file, the rest from a refilled buffer.
@@ -226,6 +253,36 @@ TEST_F(SiteFileOnDisk, UnwritablePlaceIsSilentAndUnflushed) {
   EXPECT_TRUE(SerializeSites(PathOf("no-such-dir/sites.dat"), sites, true, &report));
   EXPECT_EQ(report.outcome, SiteFileReport::notOpened);
   EXPECT_FALSE(report.flushed);
+}
+
+TEST_F(SiteFileOnDisk, SaveReplacesTheTargetWholeAndPrivately) {
+  // An existing readable file, and a link to another one: both end as the
+  // new content with mode 0600, the link still a link, nothing else left.
+  std::filesystem::create_directory(m_dir / "real");
+  std::ofstream(m_dir / "sites.dat") << "old";
+  std::ofstream(m_dir / "real" / "linked.dat") << "old";
+  std::filesystem::permissions(m_dir / "sites.dat", std::filesystem::perms(0644));
+  std::filesystem::permissions(m_dir / "real" / "linked.dat", std::filesystem::perms(0644));
+  std::filesystem::create_symlink("real/linked.dat", m_dir / "link.dat");
+
+  std::vector<CFtpSite> sites = {BuiltInSite()};
+  for (const char* name : {"sites.dat", "link.dat"}) {
+    SiteFileReport report;
+    EXPECT_TRUE(SerializeSites(PathOf(name), sites, true, &report)) << name;
+    EXPECT_TRUE(report.flushed);
+    std::vector<CFtpSite> reloaded;
+    SerializeSites(PathOf(name), reloaded, false);
+    EXPECT_EQ(reloaded, sites) << name;
+  }
+  EXPECT_TRUE(std::filesystem::is_symlink(m_dir / "link.dat"));
+  for (const auto& written : {m_dir / "sites.dat", m_dir / "real" / "linked.dat"}) {
+    struct stat info {};
+    ASSERT_EQ(::stat(written.c_str(), &info), 0);
+    EXPECT_EQ(info.st_mode & 0777, 0600u) << written;
+  }
+  size_t entries = 0;
+  for (const auto& entry : std::filesystem::recursive_directory_iterator(m_dir)) entries += !entry.is_directory();
+  EXPECT_EQ(entries, 3u) << "no temporary file is left behind";
 }
 
 TEST_F(SiteFileOnDisk, FifoOrDirectoryInItsPlaceCannotBeOpenedAndNeverBlocks) {
