@@ -144,9 +144,10 @@ void FtpControl::Drop() {
 
 void FtpControl::Send(const std::string& line) {
   if (!m_stream) throw NetError(kErrSessionDropped, "the connection to the server was lost");
-  // A line end inside a name would let it smuggle a second command.
-  if (line.find_first_of("\r\n") != std::string::npos) {
-    throw NetError(kErrExtended, "a name or command contains a line break");
+  // A line end inside a name would let it smuggle a second command; a NUL
+  // would cut the name short on most servers.
+  if (line.find_first_of(std::string_view("\r\n\0", 3)) != std::string::npos) {
+    throw NetError(kErrExtended, "a name or command contains a line break or a NUL byte");
   }
   m_observer.OnTrace(true, line.compare(0, 5, "PASS ") == 0 ? "PASS ****" : line);
   m_observer.OnStatus(kSending, {});
@@ -328,7 +329,7 @@ std::unique_ptr<Stream> FtpControl::StartTransfer(const std::string& command, Tr
     // A server that has already ended the transfer may never connect.
     Deadline deadline = Deadline::After(m_transferEnded ? kAbortGraceMs : m_timeouts.connectMs);
     try {
-      data = MakeStream(AcceptFrom(listener.Get(), deadline), m_peer.Host());
+      data = MakeStream(AcceptFrom(listener.Get(), m_peer, deadline), m_peer.Host());
     } catch (const NetError&) {
       if (!m_transferEnded) throw;
       data = std::make_unique<EmptyStream>();

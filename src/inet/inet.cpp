@@ -637,6 +637,12 @@ void CInternetFile::Close() {
 
 // ---- CFtpFileFind
 
+namespace {
+ListingLimits g_listingLimits;
+}  // namespace
+
+void CFtpFileFind::SetLimitsForTesting(const ListingLimits& limits) { g_listingLimits = limits; }
+
 CFtpFileFind::CFtpFileFind(CFtpConnection* connection, uintptr_t context)
     : m_connection(connection), m_context(context) {}
 
@@ -657,6 +663,7 @@ bool CFtpFileFind::FindFile(const wchar_t* pattern, uint32_t) {
   bool everything = mask.empty() || mask == L"*" || mask == L"*.*";
   bool mlsd = false;
   FtpListEntry entry;  // one for every line: its strings keep their capacity
+  const ListingLimits limits = g_listingLimits;
   auto parseLine = [&](std::string_view line) {
     if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
     if (line.empty()) return;
@@ -670,6 +677,10 @@ bool CFtpFileFind::FindFile(const wchar_t* pattern, uint32_t) {
     const std::string& name = entry.name;
     if (name.empty() || (name[0] == '.' && (name.size() == 1 || (name.size() == 2 && name[1] == '.')))) return;
     if (!everything && !WildcardMatch(mask.c_str(), WireToWide(entry.name).c_str())) return;
+    if (m_count == limits.entries) {
+      throw NetError(kErrConnectionAborted,
+                     "the listing holds more than " + std::to_string(limits.entries) + " entries");
+    }
     Append(entry);
   };
   try {
@@ -684,13 +695,23 @@ bool CFtpFileFind::FindFile(const wchar_t* pattern, uint32_t) {
       PrepareBlocksWhileIdle(data->NativeHandle());
       // Lines are parsed as they arrive, where they were received: only a
       // line cut by the end of a read is copied, to the front of the buffer.
-      std::vector<char> buffer(128 * 1024);
+      // The buffer holds the longest line allowed and more, so it never grows.
+      std::vector<char> buffer(std::max<size_t>(128 * 1024, limits.lineBytes + 1));
       size_t held = 0;  // bytes of an unfinished line at the front
+      uint64_t total = 0;
       for (;;) {
-        if (held == buffer.size()) buffer.resize(buffer.size() * 2);  // a very long line
+        if (held > limits.lineBytes) {
+          throw NetError(kErrConnectionAborted,
+                         "a listing line is longer than " + std::to_string(limits.lineBytes) + " bytes");
+        }
         size_t n = data->ReadSome(buffer.data() + held, buffer.size() - held,
                                   Deadline::After(control->Timeouts().receiveMs));
         if (n == 0) break;
+        total += n;
+        if (total > limits.totalBytes) {
+          throw NetError(kErrConnectionAborted,
+                         "the listing is longer than " + std::to_string(limits.totalBytes) + " bytes");
+        }
         const char* begin = buffer.data();
         const char* end = begin + held + n;
         const char* line = begin;
@@ -711,6 +732,13 @@ bool CFtpFileFind::FindFile(const wchar_t* pattern, uint32_t) {
       data.reset();
       if (e.code != kErrExtended) control->AbandonTransfer();
       throw;
+    } catch (const std::bad_alloc&) {
+      // Within the bounds, yet more than this process can hold: the listing
+      // is given up and the host goes on.
+      Clear();
+      data.reset();
+      control->AbandonTransfer();
+      throw NetError(kErrConnectionAborted, "not enough memory for the listing");
     }
     data.reset();
     control->FinishTransfer();
@@ -897,7 +925,9 @@ bool CFtpFileFind::IsDots() const { return false; }
 bool CFtpFileFind::GetLastWriteTime(uint64_t& fileTime) const {
   const FtpListEntryView* e = Current();
   constexpr int64_t kFileTimeEpochOffset = 11644473600;  // seconds from 1601 to 1970
-  if (!e || !e->mtime || *e->mtime < -kFileTimeEpochOffset) return false;
+  // Times a file time cannot hold are no time at all.
+  constexpr int64_t kLatest = static_cast<int64_t>(UINT64_MAX / 10000000u) - kFileTimeEpochOffset;
+  if (!e || !e->mtime || *e->mtime < -kFileTimeEpochOffset || *e->mtime > kLatest) return false;
   fileTime = static_cast<uint64_t>(*e->mtime + kFileTimeEpochOffset) * 10000000ull;
   return true;
 }

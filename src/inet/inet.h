@@ -252,6 +252,15 @@ class CInternetFile {
   uint32_t m_pendingError = 0;  // a failure held back behind bytes already returned
 };
 
+// What one listing may hold, so that no server can make the client hold
+// more: ten million entries of usual length fit well inside. A listing
+// that goes beyond fails with 12030 and says which bound it met.
+struct ListingLimits {
+  size_t lineBytes = 64 * 1024;
+  uint64_t totalBytes = uint64_t{4} << 30;
+  size_t entries = 20'000'000;
+};
+
 // Lists the connection's current directory. The connection must outlive
 // the finder, as with the platform's classes.: MLSD where the server offers
 // it, else LIST. "." and ".." are never returned. The connection is busy
@@ -269,6 +278,8 @@ class CFtpFileFind {
   // called before the first entry is read; it returns false when the entry
   // it moved to is the last one.
   bool FindFile(const wchar_t* pattern = nullptr, uint32_t flags = INTERNET_FLAG_RELOAD);
+  // Tests lower the bounds to reach them quickly; no thread may be listing.
+  static void SetLimitsForTesting(const ListingLimits& limits);
   bool FindNextFile();
   std::wstring GetFileName() const;
   uint64_t GetLength() const;

@@ -102,6 +102,17 @@ std::string SocketAddress::Host() const {
   return text;
 }
 
+bool SocketAddress::SameHost(const SocketAddress& other) const {
+  if (Family() != other.Family()) return false;
+  if (Family() == AF_INET)
+    return reinterpret_cast<const sockaddr_in&>(storage).sin_addr.s_addr ==
+           reinterpret_cast<const sockaddr_in&>(other.storage).sin_addr.s_addr;
+  if (Family() == AF_INET6)
+    return std::memcmp(&reinterpret_cast<const sockaddr_in6&>(storage).sin6_addr,
+                       &reinterpret_cast<const sockaddr_in6&>(other.storage).sin6_addr, sizeof(in6_addr)) == 0;
+  return false;
+}
+
 uint16_t SocketAddress::Port() const {
   if (Family() == AF_INET) return ntohs(reinterpret_cast<const sockaddr_in&>(storage).sin_port);
   if (Family() == AF_INET6) return ntohs(reinterpret_cast<const sockaddr_in6&>(storage).sin6_port);
@@ -202,13 +213,23 @@ Fd ListenOn(SocketAddress local) {
   return fd;
 }
 
-Fd AcceptFrom(int listener, const Deadline& deadline) {
+Fd AcceptFrom(int listener, const SocketAddress& peer, const Deadline& deadline) {
   for (;;) {
-    int fd = ::accept4(listener, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
+    SocketAddress from;
+    from.length = sizeof from.storage;
+    int fd = ::accept4(listener, reinterpret_cast<sockaddr*>(&from.storage), &from.length,
+                       SOCK_CLOEXEC | SOCK_NONBLOCK);
     if (fd >= 0) {
+      Fd accepted(fd);
+      // Anyone may connect to a listening port: only the server we talk to
+      // may hand us data (or take an upload).
+      if (!from.SameHost(peer)) {
+        if (deadline.Passed()) throw NetError(kErrTimeout, "no data connection from " + peer.Host());
+        continue;
+      }
       int one = 1;
       setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &one, sizeof one);
-      return Fd(fd);
+      return accepted;
     }
     if (errno == EINTR || errno == ECONNABORTED) continue;
     if (errno != EAGAIN && errno != EWOULDBLOCK) {

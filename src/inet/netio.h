@@ -89,6 +89,7 @@ struct SocketAddress {
   socklen_t length = 0;
   int Family() const { return storage.ss_family; }
   std::string Host() const;  // numeric
+  bool SameHost(const SocketAddress& other) const;
   uint16_t Port() const;
   void SetPort(uint16_t port);
 };
@@ -105,7 +106,9 @@ Fd ConnectTo(const SocketAddress& address, const Deadline& deadline);
 void LimitUnsent(int fd, int bytes);
 // A listening socket on `local`'s address and a free port.
 Fd ListenOn(SocketAddress local);
-Fd AcceptFrom(int listener, const Deadline& deadline);
+// The first connection from `peer`'s host (any port); connections from
+// elsewhere are closed and the wait goes on.
+Fd AcceptFrom(int listener, const SocketAddress& peer, const Deadline& deadline);
 
 // A byte stream with deadlines. ReadSome returns 0 only at the peer's
 // orderly end; every failure throws NetError.

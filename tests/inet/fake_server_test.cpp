@@ -140,15 +140,38 @@ TEST_F(FakeServerTest, CloseDuringTransfer) {
 }
 
 TEST_F(FakeServerTest, ServiceClosing421InAnyState) {
-  {
-    FakeServer server({CloseWith("421 Too many users, try later\r\n")});
+  const std::vector<Step> login = fake::Login();
+  const Step bye = CloseWith("421 Too many users, try later\r\n");
+  // At each step of the log-in: the connection fails with the reply.
+  for (size_t at = 0; at < login.size(); ++at) {
+    SCOPED_TRACE(at);
+    std::vector<Step> script(login.begin(), login.begin() + static_cast<std::ptrdiff_t>(at));
+    script.push_back(bye);
+    script.back().expect = login[at].expect;
+    FakeServer server(script);
     EXPECT_EQ(ConnectError(server), 12030u);
     EXPECT_EQ(InternetGetLastResponseInfo(), L"421 Too many users, try later");
   }
-  {
-    FakeServer server(Plus(fake::Login(), {On("CWD", "421 Idle timeout\r\n")}));
+  // At each step of a listing, and before a command: that call fails with
+  // the reply, the next one finds the session gone.
+  const std::vector<Step> listing = {On("TYPE A", "200 ok\r\n"), Epsv(), Transfer("LIST", "")};
+  for (size_t at = 0; at <= listing.size(); ++at) {
+    SCOPED_TRACE(at);
+    std::vector<Step> script = Plus(login, {});
+    if (at == listing.size()) {
+      script.push_back(On("CWD", "421 Idle timeout\r\n"));
+    } else {
+      script.insert(script.end(), listing.begin(), listing.begin() + static_cast<std::ptrdiff_t>(at));
+      script.push_back(On(listing[at].expect, "421 Idle timeout\r\n"));
+    }
+    FakeServer server(script);
     auto c = Connect(server);
-    EXPECT_FALSE(c->SetCurrentDirectory(L"pub"));
+    if (at == listing.size()) {
+      EXPECT_FALSE(c->SetCurrentDirectory(L"pub"));
+    } else {
+      CFtpFileFind find(c.get());
+      EXPECT_FALSE(find.FindFile());
+    }
     EXPECT_EQ(GetLastError(), 12030u);
     EXPECT_EQ(InternetGetLastResponseInfo(), L"421 Idle timeout");
     EXPECT_FALSE(c->SetCurrentDirectory(L"pub"));
@@ -205,13 +228,17 @@ TEST_F(FakeServerTest, EpsvRefusedThenUnroutablePasv) {
                                                          "PASV", "LIST", "PASV", "LIST", "QUIT"}));
 }
 
+// Also: a data connection from another address than the server's is closed
+// unread, and the server's own is taken.
 TEST_F(FakeServerTest, ActiveFallsBackFromEprtToPort) {
   Step port = On("PORT 127,0,0,1,", "200 ok\r\n");
+  Step stolen = Transfer("RETR f", "active bytes");
+  stolen.activeFrom = "127.0.0.2";
   FakeServer server(
       Plus(fake::Login(), {On("TYPE A", "200 ok\r\n"), On("EPRT |1|127.0.0.1|", "500 what\r\n"), port,
                            On("LIST", "226 nothing to list\r\n"),
                            // EPRT is not tried again.
-                           On("TYPE I", "200 ok\r\n"), port, Transfer("RETR f", "active bytes")}));
+                           On("TYPE I", "200 ok\r\n"), port, stolen}));
   auto c = Connect(server, false);
   {
     // An empty listing ended at once, without a data connection.
@@ -233,7 +260,7 @@ TEST_F(FakeServerTest, ActiveFallsBackFromEprtToPort) {
 }
 
 TEST_F(FakeServerTest, HostileRepliesEndInErrorsNotHangs) {
-  std::string longLine = "220 " + std::string(100000, 'a') + "\r\n";
+  std::string longLine = "220 " + std::string(1 << 20, 'a') + "\r\n";
   std::string manyLines = "220-start\r\n";
   for (int i = 0; i < 5000; ++i) manyLines += " more\r\n";
   std::string withNul = std::string("220 nul\0here\r\n", 14);
@@ -258,6 +285,10 @@ TEST_F(FakeServerTest, NamesAreBytesOnTheWire) {
   std::wstring name = find.GetFileName();
   EXPECT_EQ(name, std::wstring(L"caf") + wchar_t(0xDC80 + 0xE9) + L".txt");
   find.Close();
+  // A NUL (from "%00" in a URL, say) is refused like a line break: the
+  // server would cut the name short.
+  EXPECT_FALSE(c->Remove(std::wstring(L"a\0b", 3)));
+  EXPECT_EQ(GetLastError(), 12003u);
   EXPECT_TRUE(c->Remove(name)) << WideToWire(InternetGetLastResponseInfo());
   c->Close();
   server.Finish();
@@ -292,13 +323,13 @@ TEST_F(FakeServerTest, RefusedConnectionAndUnknownHost) {
 }
 
 // A long listing arrives in many reads: lines cut between two reads, a name
-// longer than any read, and a last line without its line end all come
+// longer than most reads, and a last line without its line end all come
 // through whole; every entry keeps its own time (later or earlier than the
 // one before) and link target however the finder stores them: in storage
 // it allocates as lines arrive, and in storage made ready while the server
 // was still silent.
 TEST_F(FakeServerTest, LongListingAcrossReads) {
-  const std::string longName(300000, 'n');
+  const std::string longName(60000, 'n');  // near the longest line a listing may hold
   auto year = [](int i) { return 2020 - (i * 7) % 45; };
   constexpr int kLines = 40000;  // several blocks of storage
   std::string listing;
@@ -363,6 +394,58 @@ TEST_F(FakeServerTest, LongListingAcrossReads) {
     server.Finish();
     EXPECT_EQ(server.Problem(), "");
   }
+}
+
+// A listing beyond its bounds, or one that stops flowing, ends in 12030 or
+// 12002 with the reason, holding nothing; times a file time cannot hold are
+// no time.
+TEST_F(FakeServerTest, HostileListingsEndInClearErrors) {
+  std::string lines;
+  for (int i = 0; i < 3000; ++i) lines += "+i" + std::to_string(i) + ",r,s1,\tf" + std::to_string(i) + "\r\n";
+  struct Case {
+    const char* what;
+    std::string data;
+    ListingLimits limits;
+    int pauseMs;
+    uint32_t error;
+    const wchar_t* says;
+  } cases[] = {
+      {"no line feed", std::string(200000, 'a'), {}, 0, 12030, L"a listing line is longer than 65536 bytes"},
+      {"too many entries", lines, {.entries = 1000}, 0, 12030, L"the listing holds more than 1000 entries"},
+      {"too many bytes", lines, {.totalBytes = 10000}, 0, 12030, L"the listing is longer than 10000 bytes"},
+      {"silent data connection", lines, {}, 2500, 12002, L"receive from 127.0.0.1"},
+  };
+  SetTimeouts(500);
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    CFtpFileFind::SetLimitsForTesting(c.limits);
+    Step list = Transfer("LIST", c.data);
+    list.dataPauseMs = c.pauseMs;
+    FakeServer server(Plus(fake::Login(), {On("TYPE A", "200 ok\r\n"), Epsv(), list}));
+    auto connection = Connect(server);
+    CFtpFileFind find(connection.get());
+    EXPECT_FALSE(find.FindFile());
+    EXPECT_EQ(GetLastError(), c.error);
+    EXPECT_NE(InternetGetLastResponseInfo().find(c.says), std::wstring::npos) << WideToWire(InternetGetLastResponseInfo());
+    EXPECT_FALSE(find.FindNextFile());
+    connection->Close();
+  }
+  CFtpFileFind::SetLimitsForTesting({});
+
+  const std::string times = "+m9223372036854775807,r,\thuge\r\n+m1833029933770,r,\tlatest\r\n"
+                            "+m1833029933771,r,\tbeyond\r\n+m1578651072,r,\tusual\r\n";
+  FakeServer server(Plus(fake::Login(), {On("TYPE A", "200 ok\r\n"), Epsv(), Transfer("LIST", times)}));
+  auto connection = Connect(server);
+  CFtpFileFind find(connection.get());
+  ASSERT_TRUE(find.FindFile());
+  std::vector<std::pair<std::wstring, bool>> got;
+  for (bool more = true; more && got.size() < 10;) {
+    more = find.FindNextFile();
+    uint64_t fileTime = 0;
+    got.emplace_back(find.GetFileName(), find.GetLastWriteTime(fileTime));
+  }
+  EXPECT_EQ(got, (std::vector<std::pair<std::wstring, bool>>{
+                     {L"huge", false}, {L"latest", true}, {L"beyond", false}, {L"usual", true}}));
 }
 
 TEST_F(FakeServerTest, DotsAndEmptyListings) {

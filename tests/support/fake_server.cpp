@@ -171,6 +171,26 @@ void FakeServer::Run() {
   close(control);
 }
 
+int FakeServer::ConnectActive(const std::string& from) {
+  int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_in a{};
+  a.sin_family = AF_INET;
+  if (!from.empty()) {
+    inet_pton(AF_INET, from.c_str(), &a.sin_addr);
+    if (bind(fd, reinterpret_cast<sockaddr*>(&a), sizeof a) != 0) {
+      close(fd);
+      return -1;
+    }
+  }
+  inet_pton(AF_INET, m_activeTarget.substr(0, m_activeTarget.find(' ')).c_str(), &a.sin_addr);
+  a.sin_port = htons(static_cast<uint16_t>(std::stoi(m_activeTarget.substr(m_activeTarget.find(' ') + 1))));
+  if (connect(fd, reinterpret_cast<sockaddr*>(&a), sizeof a) != 0) {
+    close(fd);
+    return -1;
+  }
+  return fd;
+}
+
 void FakeServer::Serve(int control) {
   std::string buffer;
   // One command line, or false when the client closed or stayed silent.
@@ -237,16 +257,15 @@ void FakeServer::Serve(int control) {
     if (step.sendData) {
       int data = -1;
       if (!m_activeTarget.empty()) {
-        data = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        sockaddr_in a{};
-        a.sin_family = AF_INET;
-        inet_pton(AF_INET, m_activeTarget.substr(0, m_activeTarget.find(' ')).c_str(), &a.sin_addr);
-        a.sin_port =
-            htons(static_cast<uint16_t>(std::stoi(m_activeTarget.substr(m_activeTarget.find(' ') + 1))));
-        if (connect(data, reinterpret_cast<sockaddr*>(&a), sizeof a) != 0) {
-          close(data);
-          data = -1;
+        if (!step.activeFrom.empty()) {
+          int stranger = ConnectActive(step.activeFrom);
+          SendAll(stranger, step.data, 0);
+          // The client must hang up on it.
+          if (stranger < 0 || !WaitIn(stranger, 2000))
+            Note("the client kept a data connection from " + step.activeFrom);
+          if (stranger >= 0) close(stranger);
         }
+        data = ConnectActive({});
       } else if (m_dataListener >= 0) {
         data = AcceptOne(m_dataListener);
       }

@@ -36,6 +36,9 @@ struct Step {
   // transfer that lasts, for cancelling it midway. 0: all at once.
   size_t dataPieceSize = 0;
   int dataPieceMs = 0;
+  // Active mode: first connect to the client's port from this other local
+  // address (say "127.0.0.2") and offer `data` there, as a stranger would.
+  std::string activeFrom;
   // After `data`, close the control connection too (no end reply).
   bool closeAfterData = false;
   // Then send this reply (the end of the transfer) unless closed.
@@ -73,6 +76,8 @@ class FakeServer {
  private:
   void Run();
   void Serve(int control);
+  // A connection to the client's PORT address, from `from` (empty: any).
+  int ConnectActive(const std::string& from);
   void Note(const std::string& problem);
 
   std::vector<Step> m_script;
