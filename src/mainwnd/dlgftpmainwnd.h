@@ -15,6 +15,7 @@
 #include "inet/inet.h"
 #include "panes/ftplistzn.h"
 #include "sites/ftpsite.h"
+#include "ui/eventguard.h"
 
 class wxButton;
 class wxGUIEventLoop;
@@ -25,7 +26,7 @@ namespace ftpzn {
 class CMyInternetSession;
 }
 
-class CDlgFTPMainWnd : public wxFrame {
+class CDlgFTPMainWnd : public ftpzn::EventGuard<wxFrame> {
  public:
   enum {
     IDD = 9066,

@@ -12,6 +12,7 @@
 
 #include "panes/filetexts.h"
 #include "panes/localfs.h"
+#include "ui/eventguard.h"
 
 class CDlgFTPMainWnd;
 namespace ftpzn::inet {
@@ -36,7 +37,7 @@ enum LocalPaneCommand : int {
   ID_LOCAL_DELETE_RECURSIVE = 9124,
 };
 
-class CFtpListzn : public wxListCtrl {
+class CFtpListzn : public ftpzn::EventGuard<wxListCtrl> {
  public:
   CFtpListzn() = default;
   ~CFtpListzn() override;

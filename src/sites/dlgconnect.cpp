@@ -40,7 +40,7 @@ wxBEGIN_EVENT_TABLE(CDlgConnect, wxDialog) EVT_INIT_DIALOG(CDlgConnect::OnInitDi
                                                 EVT_CLOSE(CDlgConnect::OnClose) wxEND_EVENT_TABLE()
 
                                                     CDlgConnect::CDlgConnect(wxWindow* parent)
-    : wxDialog(parent, wxID_ANY, "FTP Sites", wxDefaultPosition, wxDefaultSize, wxDEFAULT_DIALOG_STYLE) {
+    : EventGuard(parent, wxID_ANY, "FTP Sites", wxDefaultPosition, wxDefaultSize, wxDEFAULT_DIALOG_STYLE) {
   const CFtpSite builtIn = ftpzn::BuiltInSite();
   m_strHost = builtIn.m_strHost;
   m_strProfileName = builtIn.m_strProfileName;

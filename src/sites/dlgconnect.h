@@ -9,12 +9,13 @@
 #include <vector>
 
 #include "sites/ftpsite.h"
+#include "ui/eventguard.h"
 
 class wxCheckBox;
 class wxListBox;
 class wxTextCtrl;
 
-class CDlgConnect : public wxDialog {
+class CDlgConnect : public ftpzn::EventGuard<wxDialog> {
  public:
   // Control ids of the dialog template.
   enum {

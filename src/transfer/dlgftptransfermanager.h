@@ -13,6 +13,7 @@
 #include <memory>
 
 #include "transfer/transferqueue.h"
+#include "ui/eventguard.h"
 
 class wxListCtrl;
 class wxThreadEvent;
@@ -21,7 +22,7 @@ namespace ftpzn {
 class TransferPostBox;
 }
 
-class CDlgFtpTransferManager : public wxFrame, public ftpzn::TransferQueue {
+class CDlgFtpTransferManager : public ftpzn::EventGuard<wxFrame>, public ftpzn::TransferQueue {
  public:
   enum {
     IDD = 9135,

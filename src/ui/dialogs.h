@@ -5,6 +5,8 @@
 #include <wx/dialog.h>
 #include <wx/string.h>
 
+#include "ui/eventguard.h"
+
 class wxWindow;
 class wxTextCtrl;
 class wxTopLevelWindow;
@@ -42,7 +44,7 @@ void SetTextIfChanged(wxTextCtrl* field, const wxString& text);
 // The module's dialogs: results 1 (OK) and 2 (Cancel) as the window
 // numbers them; Escape, the close box and a button with id 2 end with 2;
 // OnInitDialog runs once, after creation, never again on a later show.
-class ModuleDialog : public wxDialog {
+class ModuleDialog : public EventGuard<wxDialog> {
  public:
   ModuleDialog(wxWindow* parent, wxWindowID id, const wxString& title, const wxSize& clientSize,
                long style = wxDEFAULT_DIALOG_STYLE);
