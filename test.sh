@@ -4,5 +4,7 @@ set -e
 cd "$(dirname "$0")"
 ./scripts/install-deps.sh
 ./scripts/build.sh
+# A few seconds of each fuzz target (clang builds them into build-fuzz).
+if command -v clang++ >/dev/null 2>&1; then ./scripts/fuzz.sh "${FUZZ_SECONDS:-5}"; fi
 cd "${BUILD_DIR:-build}"
 ctest --output-on-failure "$@"

@@ -13,9 +13,6 @@
 namespace ftpzn {
 namespace {
 
-// Direct reads of long strings grow their destination in steps of this size,
-// so a damaged length cannot make us reserve more than the file holds.
-constexpr size_t kDirectChunk = 1 << 20;
 
 [[noreturn]] void ThrowEndOfFile() { throw ArchiveException("unexpected end of file"); }
 
@@ -219,14 +216,12 @@ void Archive::ReadBytes(std::string& out, uint64_t count) {
   count -= fromBuffer;
   if (count == 0) return;
 
-  uint64_t direct = count - count % kBufferSize;
-  while (direct > 0) {
-    const size_t chunk = static_cast<size_t>(std::min<uint64_t>(direct, kDirectChunk));
-    const size_t at = out.size();
-    out.resize(at + chunk);
-    const size_t got = ReadFromSource(reinterpret_cast<uint8_t*>(out.data() + at), chunk);
-    if (got < chunk) ThrowEndOfFile();
-    direct -= chunk;
+  // Whole blocks straight from the file, each kept only once it arrived: a
+  // damaged length never makes us reserve more than the file holds.
+  for (uint64_t direct = count / kBufferSize; direct > 0; --direct) {
+    uint8_t block[kBufferSize];
+    if (ReadFromSource(block, kBufferSize) < kBufferSize) ThrowEndOfFile();
+    out.append(reinterpret_cast<const char*>(block), kBufferSize);
   }
 
   const size_t remainder = static_cast<size_t>(count % kBufferSize);
