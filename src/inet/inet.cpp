@@ -675,7 +675,8 @@ bool CFtpFileFind::FindFile(const wchar_t* pattern, uint32_t) {
     // By length first: comparing every name with "." and ".." as strings
     // was a visible share of a long listing.
     const std::string& name = entry.name;
-    if (name.empty() || (name[0] == '.' && (name.size() == 1 || (name.size() == 2 && name[1] == '.')))) return;
+    if (name.empty() || (name[0] == '.' && (name.size() == 1 || (name.size() == 2 && name[1] == '.'))))
+      return;
     if (!everything && !WildcardMatch(mask.c_str(), WireToWide(entry.name).c_str())) return;
     if (m_count == limits.entries) {
       throw NetError(kErrConnectionAborted,

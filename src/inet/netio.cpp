@@ -109,7 +109,8 @@ bool SocketAddress::SameHost(const SocketAddress& other) const {
            reinterpret_cast<const sockaddr_in&>(other.storage).sin_addr.s_addr;
   if (Family() == AF_INET6)
     return std::memcmp(&reinterpret_cast<const sockaddr_in6&>(storage).sin6_addr,
-                       &reinterpret_cast<const sockaddr_in6&>(other.storage).sin6_addr, sizeof(in6_addr)) == 0;
+                       &reinterpret_cast<const sockaddr_in6&>(other.storage).sin6_addr,
+                       sizeof(in6_addr)) == 0;
   return false;
 }
 

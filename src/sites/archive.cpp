@@ -13,7 +13,6 @@
 namespace ftpzn {
 namespace {
 
-
 [[noreturn]] void ThrowEndOfFile() { throw ArchiveException("unexpected end of file"); }
 
 }  // namespace

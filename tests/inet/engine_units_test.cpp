@@ -7,6 +7,7 @@
 #include "inet/inet.h"
 #include "inet/reply.h"
 #include "inet/wirename.h"
+#include "memory_stream.h"
 
 namespace ftpzn::inet {
 namespace {
@@ -130,26 +131,6 @@ TEST(WireNames, EveryByteSequenceRoundTrips) {
     ASSERT_EQ(WideToWire(WireToWide(s)), s);
   }
 }
-
-// Feeds a fixed text to the reader in pieces of a given size.
-class MemoryStream : public Stream {
- public:
-  MemoryStream(std::string text, size_t piece) : m_text(std::move(text)), m_piece(piece) {}
-  size_t ReadSome(void* buffer, size_t size, const Deadline&) override {
-    size_t n = std::min({size, m_piece, m_text.size() - m_at});
-    std::memcpy(buffer, m_text.data() + m_at, n);
-    m_at += n;
-    return n;
-  }
-  void WriteAll(const void*, size_t, const Deadline&) override {}
-  void ShutdownWrite() override {}
-  int NativeHandle() const override { return -1; }
-
- private:
-  std::string m_text;
-  size_t m_piece;
-  size_t m_at = 0;
-};
 
 TEST(ReplyReader, SplitAnywhereGivesTheSameReplies) {
   const std::string text =

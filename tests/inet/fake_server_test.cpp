@@ -234,11 +234,10 @@ TEST_F(FakeServerTest, ActiveFallsBackFromEprtToPort) {
   Step port = On("PORT 127,0,0,1,", "200 ok\r\n");
   Step stolen = Transfer("RETR f", "active bytes");
   stolen.activeFrom = "127.0.0.2";
-  FakeServer server(
-      Plus(fake::Login(), {On("TYPE A", "200 ok\r\n"), On("EPRT |1|127.0.0.1|", "500 what\r\n"), port,
-                           On("LIST", "226 nothing to list\r\n"),
-                           // EPRT is not tried again.
-                           On("TYPE I", "200 ok\r\n"), port, stolen}));
+  FakeServer server(Plus(fake::Login(), {On("TYPE A", "200 ok\r\n"), On("EPRT |1|127.0.0.1|", "500 what\r\n"),
+                                         port, On("LIST", "226 nothing to list\r\n"),
+                                         // EPRT is not tried again.
+                                         On("TYPE I", "200 ok\r\n"), port, stolen}));
   auto c = Connect(server, false);
   {
     // An empty listing ended at once, without a data connection.
@@ -426,14 +425,16 @@ TEST_F(FakeServerTest, HostileListingsEndInClearErrors) {
     CFtpFileFind find(connection.get());
     EXPECT_FALSE(find.FindFile());
     EXPECT_EQ(GetLastError(), c.error);
-    EXPECT_NE(InternetGetLastResponseInfo().find(c.says), std::wstring::npos) << WideToWire(InternetGetLastResponseInfo());
+    EXPECT_NE(InternetGetLastResponseInfo().find(c.says), std::wstring::npos)
+        << WideToWire(InternetGetLastResponseInfo());
     EXPECT_FALSE(find.FindNextFile());
     connection->Close();
   }
   CFtpFileFind::SetLimitsForTesting({});
 
-  const std::string times = "+m9223372036854775807,r,\thuge\r\n+m1833029933770,r,\tlatest\r\n"
-                            "+m1833029933771,r,\tbeyond\r\n+m1578651072,r,\tusual\r\n";
+  const std::string times =
+      "+m9223372036854775807,r,\thuge\r\n+m1833029933770,r,\tlatest\r\n"
+      "+m1833029933771,r,\tbeyond\r\n+m1578651072,r,\tusual\r\n";
   FakeServer server(Plus(fake::Login(), {On("TYPE A", "200 ok\r\n"), Epsv(), Transfer("LIST", times)}));
   auto connection = Connect(server);
   CFtpFileFind find(connection.get());

@@ -278,8 +278,10 @@ TEST_F(MainWindowTest, AnExceptionInAHandlerStopsAtTheWindowNotTheHost) {
   int thrown = 0, after = 0;
   m_window->m_ctrlRemote.Bind(
       wxEVT_MENU, [&thrown](wxCommandEvent&) { ++thrown, throw std::bad_alloc(); }, kProbe);
-  m_window->Bind(wxEVT_MENU, [&thrown](wxCommandEvent&) { ++thrown, throw 42; }, kProbe + 1);
-  m_window->m_ctrlLocal.Bind(wxEVT_MENU, [&after](wxCommandEvent&) { ++after; }, kProbe + 2);
+  m_window->Bind(
+      wxEVT_MENU, [&thrown](wxCommandEvent&) { ++thrown, throw 42; }, kProbe + 1);
+  m_window->m_ctrlLocal.Bind(
+      wxEVT_MENU, [&after](wxCommandEvent&) { ++after; }, kProbe + 2);
   for (int id : {kProbe, kProbe + 1, kProbe + 2}) EXPECT_NO_THROW(SendCommand(m_window.get(), id)) << id;
   EXPECT_EQ(thrown, 2);
   EXPECT_EQ(after, 1) << "the window goes on handling commands";

@@ -141,7 +141,8 @@ TEST(SiteFile, SavedFilesReloadWhole) {
   for (int round = 0; round < 200; ++round) {
     std::vector<CFtpSite> sites(20);
     for (CFtpSite& site : sites) {
-      for (wxString* text : {&site.m_strHost, &site.m_strDescription, &site.m_strProfileName, &site.m_strLogin})
+      for (wxString* text :
+           {&site.m_strHost, &site.m_strDescription, &site.m_strProfileName, &site.m_strLogin})
         *text = wxString(std::wstring(random() % 400, static_cast<wchar_t>(L'a' + random() % 26)));
       site.m_nPort = static_cast<int32_t>(random() % 65535 + 1);
     }
@@ -281,7 +282,8 @@ TEST_F(SiteFileOnDisk, SaveReplacesTheTargetWholeAndPrivately) {
     EXPECT_EQ(info.st_mode & 0777, 0600u) << written;
   }
   size_t entries = 0;
-  for (const auto& entry : std::filesystem::recursive_directory_iterator(m_dir)) entries += !entry.is_directory();
+  for (const auto& entry : std::filesystem::recursive_directory_iterator(m_dir))
+    entries += !entry.is_directory();
   EXPECT_EQ(entries, 3u) << "no temporary file is left behind";
 }
 

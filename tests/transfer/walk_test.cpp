@@ -124,7 +124,8 @@ TEST(HostileListing, NamesThatAreNoFileNamesAreSkippedWithATraceLine) {
       "-rw-r--r-- 1 u g 3 Jan 10  2020 a/b\r\n"
       "drwxr-xr-x 2 u g 0 Jan 10  2020 .\r\n"
       "-rw-r--r-- 1 u g 3 Jan 10  2020 ok.txt\r\n"
-      "-rw-r--r-- 1 u g 3 Jan 10  2020 esc\x1b[2J\x07" "bell.txt\r\n";
+      "-rw-r--r-- 1 u g 3 Jan 10  2020 esc\x1b[2J\x07"
+      "bell.txt\r\n";
   fake::FakeServer server(fake::Plus(
       fake::Login(),
       {fake::On("PWD", "257 \"/\"\r\n"), fake::On("CWD /h", "250 ok\r\n"), fake::On("TYPE A", "200 ok\r\n"),
@@ -145,7 +146,9 @@ TEST(HostileListing, NamesThatAreNoFileNamesAreSkippedWithATraceLine) {
   // Control characters make a strange file name, but a file name all the same.
   ASSERT_EQ(queue.GetRowCount(), 2u);
   EXPECT_EQ(queue.GetRow(0).worker->m_strFileName, "ok.txt");
-  EXPECT_EQ(queue.GetRow(1).worker->m_strFileName, "esc\x1b[2J\x07" "bell.txt");
+  EXPECT_EQ(queue.GetRow(1).worker->m_strFileName,
+            "esc\x1b[2J\x07"
+            "bell.txt");
   std::vector<std::string> made;
   for (const auto& entry : fs::recursive_directory_iterator(local)) made.push_back(entry.path().string());
   EXPECT_EQ(made, std::vector<std::string>{local + "/h"});
