@@ -501,7 +501,8 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "ftpzn-ftp: %s (ftpzn-ftp --help shows the usage)\n", MaskPassword(u.text).c_str());
     return 2;
   } catch (const Failure& f) {
-    std::fprintf(stderr, "ftpzn-ftp: %s\n", f.text.c_str());
+    // A URL may also be echoed as a local path (put's first argument).
+    std::fprintf(stderr, "ftpzn-ftp: %s\n", MaskPassword(f.text).c_str());
     return 1;
   }
 }
