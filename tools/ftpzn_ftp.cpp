@@ -43,14 +43,6 @@ constexpr const char* kUsage =
 
 constexpr uint32_t kBlock = 4096;  // what the transfer workers move per call
 
-class ToolSession : public CInternetSession {
- public:
-  bool verbose = false;
-  void OnProtocolTrace(bool sent, const std::string& line) override {
-    if (verbose) std::fprintf(stderr, "%s %s\n", sent ? ">" : "<", line.c_str());
-  }
-};
-
 struct Target {
   std::wstring host, user, password, path;  // path relative to the login directory
   uint16_t port = 21;
@@ -138,6 +130,16 @@ bool NeedsEscape(std::string_view text) {
   }
   return false;
 }
+
+// The dialogue on standard error with --verbose, the server's lines
+// escaped like every other text it sends.
+class ToolSession : public CInternetSession {
+ public:
+  bool verbose = false;
+  void OnProtocolTrace(bool sent, const std::string& line) override {
+    if (verbose) std::fprintf(stderr, "%s %s\n", sent ? ">" : "<", Escaped(line).c_str());
+  }
+};
 
 Target ParseTarget(const std::string& url) {
   uint32_t service = 0;

@@ -234,6 +234,24 @@ TEST_F(ToolTest, LsEscapesControlCharactersInNames) {
                                              "esc\\x1b[31mred", "tab\\there"}));
 }
 
+// What a server says reaches the terminal escaped: its replies in the
+// trace and in the headline of a refusal.
+TEST_F(ToolTest, ServerRepliesAreEscaped) {
+  namespace fake = ftpzn::inet::fake;
+  fake::FakeServer server(
+      fake::Plus({fake::Greet("220 hello\x1b[2J\r\n"), fake::On("USER", "331 password please\r\n"),
+                  fake::On("PASS", "230 in\r\n"), fake::On("FEAT", "500 no FEAT here\r\n")},
+                 {fake::On("TYPE I", "200 ok\r\n"), fake::Epsv(),
+                  fake::On("RETR f", "550 no\x1b]0;owned\x07 file\r\n")}));
+  Result r = Run("--verbose --timeout 5 get ftp://user:pw@127.0.0.1:" + std::to_string(server.Port()) +
+                 "/f /dev/null");
+  server.Finish();
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(r.err.find('\x1b'), std::string::npos) << r.err;
+  EXPECT_NE(r.err.find("< 220 hello\\x1b[2J\n"), std::string::npos) << r.err;
+  EXPECT_NE(r.err.find("ftpzn-ftp: 550 no\\x1b]0;owned\\x07 file\n"), std::string::npos) << r.err;
+}
+
 // A download that breaks after some bytes keeps them in the local file,
 // which held something else before; the server's last word is the headline.
 TEST_F(ToolTest, GetKeepsWhatArrivedBeforeAFailure) {
