@@ -14,7 +14,7 @@
 #include <memory>
 #include <string_view>
 
-#include "entry/ftpface.h"
+#include <ftpzn/ftpface.h>
 
 namespace {
 

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
@@ -24,23 +25,23 @@ namespace {
 
 constexpr const char* kUsage =
     "usage: ftpzn-ftp [--active|--passive] [--timeout SECONDS] [--verbose] COMMAND ARGS\n"
-    "  ls URL                 list a directory: type, size, time (UTC), name\n"
-    "  get URL LOCALFILE      download\n"
+    "       ftpzn-ftp --help | --version\n"
+    "  ls URL                 list a directory: type, size, time (UTC), name; control\n"
+    "                         characters in names are escaped (\\t, \\x1b, \\\\ ...)\n"
+    "  get URL LOCALFILE      download (what arrived before a failure is kept)\n"
     "  put LOCALFILE URL      upload (a URL ending in / takes the local name)\n"
     "  mkdir URL | rmdir URL | rm URL\n"
     "  pwd URL                print the server's directory after login (and cd to the URL's path)\n"
     "  parse-list             parse LIST or MLSD lines from standard input\n"
-    "URL: ftp://[user[:password]@]host[:port]/path (percent-encoding decoded)\n";
+    "URL: ftp://[user[:password]@]host[:port]/path (percent-encoding decoded)\n"
+    "Exit status: 0 done, 1 failed (the server's refusal or the error on standard error),\n"
+    "2 usage error.\n";
+
+#ifndef FTPZN_VERSION
+#define FTPZN_VERSION "unknown"
+#endif
 
 constexpr uint32_t kBlock = 4096;  // what the transfer workers move per call
-
-class ToolSession : public CInternetSession {
- public:
-  bool verbose = false;
-  void OnProtocolTrace(bool sent, const std::string& line) override {
-    if (verbose) std::fprintf(stderr, "%s %s\n", sent ? ">" : "<", line.c_str());
-  }
-};
 
 struct Target {
   std::wstring host, user, password, path;  // path relative to the login directory
@@ -51,13 +52,102 @@ struct Failure {
   std::string text;
 };
 
+// A command line the tool cannot run: one line on standard error, exit 2.
+struct UsageError {
+  std::string text;
+};
+
+// Hides whatever could be a password in a URL the user typed: from the
+// first ':' of the part after "://" to the last '@'. A malformed URL is
+// where this matters (it is echoed whole), and there a password may hold
+// '/' or '@' unencoded, so the span is taken wide rather than parsed.
+std::string MaskPassword(const std::string& url) {
+  size_t start = url.find("://");
+  if (start == std::string::npos) return url;
+  start += 3;
+  size_t at = url.rfind('@');
+  if (at == std::string::npos || at < start) return url;
+  size_t colon = url.find(':', start);
+  if (colon == std::string::npos || colon > at) return url;
+  return url.substr(0, colon + 1) + "***" + url.substr(at);
+}
+
+// Server-supplied text as the terminal should see it: control characters
+// (C0, DEL and C1 in their UTF-8 form) and the backslash as C escapes, so a
+// tab cannot break a column and an escape sequence cannot reach the terminal.
+// Returns the end of what was written at `out`, which needs room for four
+// times `text`.
+char* PutEscaped(char* out, std::string_view text) {
+  static const char kHex[] = "0123456789abcdef";
+  const auto hexByte = [&out](unsigned char c) {
+    *out++ = '\\';
+    *out++ = 'x';
+    *out++ = kHex[c >> 4];
+    *out++ = kHex[c & 15];
+  };
+  for (size_t i = 0; i < text.size(); ++i) {
+    const auto c = static_cast<unsigned char>(text[i]);
+    if (c >= 0x20 && c != 0x7f && c != '\\' && c != 0xc2) {
+      *out++ = static_cast<char>(c);
+      continue;
+    }
+    if (c == 0xc2) {  // U+0080 to U+009F are C2 80 to C2 9F
+      const auto next = i + 1 < text.size() ? static_cast<unsigned char>(text[i + 1]) : 0;
+      if (next >= 0x80 && next <= 0x9f) {
+        hexByte(c);
+        hexByte(next);
+        ++i;
+      } else {
+        *out++ = static_cast<char>(c);
+      }
+      continue;
+    }
+    const char* named = c == '\t'   ? "\\t"
+                        : c == '\n' ? "\\n"
+                        : c == '\r' ? "\\r"
+                        : c == '\\' ? "\\\\"
+                                    : nullptr;
+    if (named) {
+      *out++ = named[0];
+      *out++ = named[1];
+    } else {
+      hexByte(c);
+    }
+  }
+  return out;
+}
+
+std::string Escaped(std::string_view text) {
+  std::string out(text.size() * 4, '\0');
+  out.resize(static_cast<size_t>(PutEscaped(out.data(), text) - out.data()));
+  return out;
+}
+
+bool NeedsEscape(std::string_view text) {
+  for (char ch : text) {
+    const auto c = static_cast<unsigned char>(ch);
+    if (c < 0x20 || c == 0x7f || c == '\\' || c == 0xc2) return true;
+  }
+  return false;
+}
+
+// The dialogue on standard error with --verbose, the server's lines
+// escaped like every other text it sends.
+class ToolSession : public CInternetSession {
+ public:
+  bool verbose = false;
+  void OnProtocolTrace(bool sent, const std::string& line) override {
+    if (verbose) std::fprintf(stderr, "%s %s\n", sent ? ">" : "<", Escaped(line).c_str());
+  }
+};
+
 Target ParseTarget(const std::string& url) {
   uint32_t service = 0;
   std::wstring server, object, user, password;
   uint16_t port = 0;
   if (!ParseURLEx(WireToWide(url), service, server, object, port, user, password) ||
       service != AFX_INET_SERVICE_FTP || server.empty()) {
-    throw Failure{"not an FTP URL: " + url};
+    throw Failure{"not an FTP URL: " + MaskPassword(url)};
   }
   Target t;
   t.host = server;
@@ -70,11 +160,28 @@ Target ParseTarget(const std::string& url) {
   return t;
 }
 
+// The server's reply as the headline when the server refused (the engine's
+// text for that, "An internal error has occurred.", says nothing), else the
+// engine's error with what the system said.
 [[noreturn]] void EngineFailure(uint32_t code) {
   std::wstring text;
   CInternetException(code).GetErrorMessage(text);
-  throw Failure{"error " + std::to_string(code) + ": " + WideToWire(text) +
-                "\nlast reply: " + WideToWire(InternetGetLastResponseInfo())};
+  std::string engine = "error " + std::to_string(code) + ": " + WideToWire(text);
+  std::string reply = WideToWire(InternetGetLastResponseInfo());
+  while (!reply.empty() && (reply.back() == '\n' || reply.back() == '\r')) reply.pop_back();
+  // Each line escaped on its own: the reply's line breaks stay line breaks.
+  std::string shown;
+  for (size_t at = 0; at <= reply.size();) {
+    size_t lf = std::min(reply.find('\n', at), reply.size());
+    size_t end = lf > at && reply[lf - 1] == '\r' ? lf - 1 : lf;
+    shown += (at ? "\n" : "") + Escaped(std::string_view(reply).substr(at, end - at));
+    at = lf + 1;
+  }
+  const bool refused = reply.size() >= 3 && (reply[0] == '4' || reply[0] == '5') &&
+                       std::isdigit(static_cast<unsigned char>(reply[1])) &&
+                       std::isdigit(static_cast<unsigned char>(reply[2]));
+  if (refused) throw Failure{shown + "\n(" + engine + ")"};
+  throw Failure{engine + "\nlast reply: " + shown};
 }
 
 void Check(bool ok) {
@@ -106,7 +213,7 @@ char* PutTwoDigits(char* out, int64_t value) {
 // so the last text is kept and only what changed is written anew.
 char* PutIsoTime(char* out, const std::optional<int64_t>& t) {
   static int64_t cachedTime = INT64_MIN;
-  static char cachedText[20];  // "YYYY-MM-DDTHH:MM:SSZ"
+  static char cachedText[20];      // "YYYY-MM-DDTHH:MM:SSZ"
   static size_t cachedLength = 0;  // 0: the year is out of range
   if (!t) return out;
   if (*t != cachedTime) {
@@ -149,10 +256,11 @@ class LineWriter {
  public:
   ~LineWriter() { Flush(); }
   void Entry(const FtpListEntryView& e) {
-    // Type, size, time and three tabs fit in 64 bytes; the name may not.
-    if (kSize - m_used < 64 + e.name.size() + 1) {
+    // Type, size, time and three tabs fit in 64 bytes; the name, escaped,
+    // may not.
+    if (kSize - m_used < 64 + 4 * e.name.size() + 1) {
       Flush();
-      if (kSize < 64 + e.name.size() + 1) return Unbuffered(e);
+      if (kSize < 64 + 4 * e.name.size() + 1) return Unbuffered(e);
     }
     char* p = m_buffer + m_used;
     *p++ = e.kind == FtpListEntry::Kind::Directory ? 'd' : e.kind == FtpListEntry::Kind::Link ? 'l' : 'f';
@@ -161,8 +269,12 @@ class LineWriter {
     *p++ = '\t';
     p = PutIsoTime(p, e.mtime);
     *p++ = '\t';
-    std::memcpy(p, e.name.data(), e.name.size());
-    p += e.name.size();
+    if (NeedsEscape(e.name)) {
+      p = PutEscaped(p, e.name);
+    } else {
+      std::memcpy(p, e.name.data(), e.name.size());
+      p += e.name.size();
+    }
     *p++ = '\n';
     m_used = static_cast<size_t>(p - m_buffer);
   }
@@ -178,7 +290,8 @@ class LineWriter {
     Entry(head);
     m_used--;  // the line feed comes after the name
     Flush();
-    std::fwrite(e.name.data(), 1, e.name.size(), stdout);
+    const std::string name = Escaped(e.name);
+    std::fwrite(name.data(), 1, name.size(), stdout);
     std::fputc('\n', stdout);
   }
 
@@ -211,10 +324,16 @@ int ParseListFromStdin() {
 int Run(std::vector<std::string> args) {
   bool passive = true, verbose = false;
   uint32_t timeoutMs = 0;
-  while (!args.empty() && args.front().rfind("--", 0) == 0) {
+  while (!args.empty() && args.front().rfind("-", 0) == 0) {
     std::string option = args.front();
     args.erase(args.begin());
-    if (option == "--active") {
+    if (option == "--help" || option == "-h") {
+      std::fputs(kUsage, stdout);
+      return 0;
+    } else if (option == "--version") {
+      std::printf("ftpzn-ftp %s\n", FTPZN_VERSION);
+      return 0;
+    } else if (option == "--active") {
       passive = false;
     } else if (option == "--passive") {
       passive = true;
@@ -223,28 +342,29 @@ int Run(std::vector<std::string> args) {
     } else if (option == "--timeout" && !args.empty()) {
       char* end = nullptr;
       double seconds = std::strtod(args.front().c_str(), &end);
-      if (*end || seconds <= 0 || seconds > 86400) throw Failure{"bad --timeout: " + args.front()};
+      if (*end || !(seconds > 0 && seconds <= 86400))
+        throw UsageError{"--timeout needs seconds from 0 to 86400, not " + args.front()};
       timeoutMs = static_cast<uint32_t>(seconds * 1000);
       args.erase(args.begin());
+    } else if (option == "--timeout") {
+      throw UsageError{"--timeout needs a value"};
     } else {
-      std::fputs(kUsage, stderr);
-      return 2;
+      throw UsageError{"unknown option " + option};
     }
   }
-  if (args.empty()) {
-    std::fputs(kUsage, stderr);
-    return 2;
-  }
+  if (args.empty()) throw UsageError{"no command"};
   std::string command = args.front();
   args.erase(args.begin());
-  if (command == "parse-list" && args.empty()) return ParseListFromStdin();
+  if (command == "parse-list") {
+    if (!args.empty()) throw UsageError{"parse-list takes no arguments"};
+    return ParseListFromStdin();
+  }
   size_t wanted = command == "get" || command == "put" ? 2 : 1;
   bool known = command == "ls" || command == "get" || command == "put" || command == "mkdir" ||
                command == "rmdir" || command == "rm" || command == "pwd";
-  if (!known || args.size() != wanted) {
-    std::fputs(kUsage, stderr);
-    return 2;
-  }
+  if (!known) throw UsageError{"unknown command " + command};
+  if (args.size() != wanted)
+    throw UsageError{command + (wanted == 1 ? " takes one argument" : " takes two arguments")};
 
   Target t = ParseTarget(command == "put" ? args[1] : args[0]);
   ToolSession session;
@@ -266,7 +386,7 @@ int Run(std::vector<std::string> args) {
     if (command == "pwd") {
       std::wstring dir;
       Check(c->GetCurrentDirectory(dir));
-      std::printf("%s\n", WideToWire(dir).c_str());
+      std::printf("%s\n", Escaped(WideToWire(dir)).c_str());
     } else {
       CFtpFileFind find(c.get());
       if (!find.FindFile()) {
@@ -290,10 +410,20 @@ int Run(std::vector<std::string> args) {
   } else if (command == "get") {
     Fd out;
     // Blocks are read one after another into a larger buffer that goes to
-    // the file in one write: no stdio copy on the way.
+    // the file in one write: no stdio copy on the way. The file is emptied
+    // when its first bytes go out (or at the end, for an empty file), as the
+    // transfer workers do: a transfer refused or failed before any byte
+    // leaves a file of that name as it was, and one that fails midway leaves
+    // what arrived.
     std::vector<char> local(256 * 1024);
     size_t filled = 0;
+    bool emptied = false;
     auto flush = [&] {
+      if (!emptied) {
+        if (ftruncate(out.Get(), 0) != 0)
+          throw Failure{"cannot write " + args[1] + ": " + std::strerror(errno)};
+        emptied = true;
+      }
       for (size_t at = 0; at < filled;) {
         ssize_t n = write(out.Get(), local.data() + at, filled - at);
         if (n < 0 && errno == EINTR) continue;
@@ -304,9 +434,9 @@ int Run(std::vector<std::string> args) {
     };
     try {
       auto file = c->OpenFile(t.path, GENERIC_READ, FTP_TRANSFER_TYPE_BINARY);
-      // Created only once the server sends: a file that is missing there
-      // leaves a local file of that name as it was.
-      out = Fd(open(args[1].c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
+      // Opened only once the server agreed to send: a file that is missing
+      // there leaves a local file of that name as it was.
+      out = Fd(open(args[1].c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644));
       if (!out) throw Failure{"cannot create " + args[1] + ": " + std::strerror(errno)};
       for (;;) {
         if (local.size() - filled < kBlock) flush();
@@ -315,8 +445,13 @@ int Run(std::vector<std::string> args) {
         filled += n;
       }
       file->Close();
-      Check(GetLastError() == 0);
+      const uint32_t late = GetLastError();
+      // The engine reports a failure that came after the last bytes (426,
+      // 421, a closed connection) here: those bytes are kept all the same.
+      if (late != 0 && filled > 0) flush();
+      Check(late == 0);
     } catch (const CInternetException& e) {
+      if (out && filled > 0) flush();
       EngineFailure(e.m_dwError);
     }
     flush();
@@ -364,8 +499,12 @@ int main(int argc, char** argv) {
   setvbuf(stdout, out, _IOFBF, sizeof out);
   try {
     return Run(std::vector<std::string>(argv + 1, argv + argc));
+  } catch (const UsageError& u) {
+    std::fprintf(stderr, "ftpzn-ftp: %s (ftpzn-ftp --help shows the usage)\n", MaskPassword(u.text).c_str());
+    return 2;
   } catch (const Failure& f) {
-    std::fprintf(stderr, "ftpzn-ftp: %s\n", f.text.c_str());
+    // A URL may also be echoed as a local path (put's first argument).
+    std::fprintf(stderr, "ftpzn-ftp: %s\n", MaskPassword(f.text).c_str());
     return 1;
   }
 }

@@ -1,4 +1,4 @@
-#include "entry/ftpface.h"
+#include <ftpzn/ftpface.h>
 
 #include <wx/toplevel.h>
 #include <wx/weakref.h>

@@ -9,7 +9,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "entry/ftpface.h"
+#include <ftpzn/ftpface.h>
 
 namespace {
 

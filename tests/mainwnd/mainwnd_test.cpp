@@ -15,7 +15,7 @@
 #include <memory>
 #include <vector>
 
-#include "entry/ftpface.h"
+#include <ftpzn/ftpface.h>
 #include "gui_harness.h"
 #include "mainwnd/dlgftpmainwnd.h"
 #include "transfer/dlgftptransfermanager.h"

@@ -8,7 +8,7 @@
 #include <filesystem>
 #include <fstream>
 
-#include "entry/ftpface.h"
+#include <ftpzn/ftpface.h>
 #include "gui_harness.h"
 #include "mainwnd/dlgftpmainwnd.h"
 #include "ui/dlginputstring.h"

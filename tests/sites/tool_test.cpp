@@ -5,6 +5,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -94,7 +95,6 @@ TEST_F(SitesTool, AddDumpRemove) {
   EXPECT_EQ(run.status, 1) << "names compare without case";
   EXPECT_NE(run.err.find("WORK"), std::string::npos) << run.err;
 
-  const CFtpSite builtIn = BuiltInSite();
   run = OnFile({"dump"});
   EXPECT_EQ(run.status, 0) << run.err;
   EXPECT_EQ(
@@ -103,14 +103,11 @@ TEST_F(SitesTool, AddDumpRemove) {
       "  {\"host\": \"ftp.work.example\", \"retries\": -1, \"description\": \"two\\nlines\", \"account\": "
       "\"acc\", \"initialPath\": \"/srv\", \"login\": \"me\", \"password\": \"s\\\"ecret\\\\\", "
       "\"profileName\": \"Work\", \"port\": 2121, \"retryDelay\": 7, \"reserved\": 0, \"passive\": 0},\n"
-      "  {\"host\": \"10.0.0.1\", \"retries\": 3, \"description\": \"" +
-          std::string(builtIn.m_strDescription.utf8_str()) + "\", \"account\": \"\", \"initialPath\": \"" +
-          std::string(builtIn.m_strInitialPath.utf8_str()) + "\", \"login\": \"" +
-          std::string(builtIn.m_strLogin.utf8_str()) + "\", \"password\": \"" +
-          std::string(builtIn.m_strPassword.utf8_str()) +
-          "\", \"profileName\": \"home\", \"port\": 21, \"retryDelay\": 10, \"reserved\": 0, "
-          "\"passive\": 1}\n"
-          "]\n");
+      // Only what was given: the rest is a new record's, not an example's.
+      "  {\"host\": \"10.0.0.1\", \"retries\": 1, \"description\": \"\", \"account\": \"\", "
+      "\"initialPath\": \"\", \"login\": \"\", \"password\": \"\", \"profileName\": \"home\", "
+      "\"port\": 21, \"retryDelay\": 15, \"reserved\": 0, \"passive\": 0}\n"
+      "]\n");
 
   EXPECT_EQ(OnFile({"remove", "nothing"}).status, 1);
   run = OnFile({"remove", "work"});
@@ -172,13 +169,44 @@ TEST_F(SitesTool, DefaultFileIsBesideItsOwnExecutable) {
   EXPECT_NE(run.out.find("\"profileName\": \"x\""), std::string::npos) << run.out;
 }
 
-TEST_F(SitesTool, UsageErrors) {
-  EXPECT_EQ(OnFile({}).status, 2);
-  EXPECT_EQ(OnFile({"frobnicate"}).status, 2);
-  EXPECT_EQ(OnFile({"add", "--host", "h"}).status, 2) << "a name is required";
-  EXPECT_EQ(OnFile({"add", "--name", "n", "--host", "h", "--port", "12x"}).status, 2);
-  EXPECT_EQ(OnFile({"add", "--name", "n", "--host", "h", "--port", "4294967296"}).status, 2);
+TEST_F(SitesTool, UsageErrorsAreOneLineAndExitTwo) {
+  const std::vector<std::vector<std::string>> cases = {
+      {},
+      {"frobnicate"},
+      {"--bogus", "dump"},
+      {"add", "--host", "h"},  // a name is required
+      {"add", "--name", "n", "--host", "h", "--port", "12x"},
+      {"add", "--name", "n", "--host", "h", "--port", "4294967296"},
+      {"add", "--name", "n", "--host", "h", "--port", "0"},
+      {"add", "--name", "n", "--host", "h", "--port", "65536"},
+      {"add", "--name", "n", "--host", "h", "--port", "-21"},
+  };
+  for (const auto& args : cases) {
+    const ToolRun run = OnFile(args);
+    std::string shown;
+    for (const std::string& arg : args) shown += " " + arg;
+    EXPECT_EQ(run.status, 2) << shown;
+    EXPECT_EQ(run.out, "") << shown;
+    EXPECT_EQ(std::count(run.err.begin(), run.err.end(), '\n'), 1) << shown << ": " << run.err;
+  }
   EXPECT_FALSE(fs::exists(m_file)) << "a refused command writes nothing";
+  EXPECT_EQ(OnFile({"add", "--name", "n", "--host", "h", "--port", "65535"}).status, 0);
+}
+
+TEST_F(SitesTool, HelpAndVersionOnStandardOutput) {
+  // The help names the file the tool works on without --file: the copy's.
+  const fs::path copy = m_dir / "ftpzn-sites";
+  fs::copy_file(FTPZN_SITES_TOOL, copy);
+  fs::permissions(copy, fs::perms::owner_all);
+  ToolRun run = Tool({"--help"}, copy.string());
+  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(run.err, "");
+  EXPECT_NE(run.out.find("usage: ftpzn-sites"), std::string::npos) << run.out;
+  EXPECT_NE(run.out.find((m_dir / "sites.dat").string()), std::string::npos) << run.out;
+  EXPECT_NE(run.out.find("Exit status"), std::string::npos) << run.out;
+  run = Tool({"--version"});
+  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(run.out.rfind("ftpzn-sites ", 0), 0u) << run.out;
 }
 
 }  // namespace

@@ -6,9 +6,11 @@
 //       [--password P] [--path DIR] [--retries N] [--delay SECONDS]
 //       [--passive|--active] [--account A] [--description TEXT]
 //   ftpzn-sites [--file PATH] remove NAME
+//   ftpzn-sites --help | --version
 //
 // Without --file the tool works on sites.dat beside its own executable, as
-// the module does beside its host's.
+// the module does beside its host's: installed, ftpzn-host and this tool
+// share a directory, so they share the file.
 #include <wx/init.h>
 #include <wx/string.h>
 
@@ -34,16 +36,36 @@ enum ExitCode {
   kExitNotSiteFile = 4,
 };
 
+#ifndef FTPZN_VERSION
+#define FTPZN_VERSION "unknown"
+#endif
+
 constexpr char kUsage[] =
     "usage: ftpzn-sites [--file PATH] dump\n"
     "       ftpzn-sites [--file PATH] add --name NAME --host HOST [--port N] [--login L]\n"
     "           [--password P] [--path DIR] [--retries N] [--delay SECONDS]\n"
     "           [--passive|--active] [--account A] [--description TEXT]\n"
-    "       ftpzn-sites [--file PATH] remove NAME\n";
+    "       ftpzn-sites [--file PATH] remove NAME\n"
+    "       ftpzn-sites --help | --version\n"
+    "\n"
+    "dump prints the site file's profiles as JSON; add appends a profile, remove\n"
+    "deletes one (names compare without regard to case, as in the site manager).\n"
+    "add fills only the fields given; the others keep a new record's values: empty\n"
+    "texts, port 21, 1 attempt, 15 seconds between attempts, active mode. The port\n"
+    "is 1 to 65535.\n"
+    "\n"
+    "Without --file the site file is sites.dat in this program's directory, where\n"
+    "an application embedding ftpzn keeps it beside its executable (ftpzn-host\n"
+    "installed beside this program reads the same file). Here that is:\n"
+    "  %s\n"
+    "\n"
+    "Exit status: 0 done; 1 refused (duplicate or unknown name, file not readable or\n"
+    "not writable); 2 usage error; 3 the file is damaged (the profiles before the\n"
+    "damage are printed); 4 the file is not a site file.\n";
 
+// One line: what is wrong, and where the usage is.
 int Usage(const std::string& problem) {
-  if (!problem.empty()) std::fprintf(stderr, "ftpzn-sites: %s\n", problem.c_str());
-  std::fputs(kUsage, stderr);
+  std::fprintf(stderr, "ftpzn-sites: %s (ftpzn-sites --help shows the usage)\n", problem.c_str());
   return kExitUsage;
 }
 
@@ -188,7 +210,9 @@ bool ToWx(const std::string& text, wxString& out) {
 }
 
 int Add(const wxString& path, const std::vector<std::string>& args) {
-  CFtpSite site = ftpzn::BuiltInSite();
+  // A new record, not the site manager's example profile: nothing the
+  // command line did not say is made up.
+  CFtpSite site;
   bool haveName = false;
   bool haveHost = false;
   const std::map<std::string, wxString CFtpSite::*> strings = {
@@ -222,6 +246,8 @@ int Add(const wxString& path, const std::vector<std::string>& args) {
   }
   if (!haveName || site.m_strProfileName.empty()) return Usage("add needs --name");
   if (!haveHost) return Usage("add needs --host");
+  if (site.m_nPort < 1 || site.m_nPort > 65535)
+    return Usage("--port needs a number from 1 to 65535, not " + std::to_string(site.m_nPort));
 
   std::vector<CFtpSite> sites;
   bool missing = false;
@@ -271,7 +297,17 @@ int main(int argc, char** argv) {
   }
   std::vector<std::string> args(argv + 1, argv + argc);
   wxString path;
-  if (args.size() >= 2 && args[0] == "--file") {
+  while (!args.empty() && args[0].rfind("-", 0) == 0) {
+    if (args[0] == "--help" || args[0] == "-h") {
+      std::printf(kUsage, Narrow(ftpzn::DefaultSitesPath()).c_str());
+      return kExitOk;
+    }
+    if (args[0] == "--version") {
+      std::printf("ftpzn-sites %s\n", FTPZN_VERSION);
+      return kExitOk;
+    }
+    if (args[0] != "--file") return Usage("unknown option " + args[0]);
+    if (args.size() < 2 || args[1].empty()) return Usage("--file needs a path");
     path = wxString(args[1].c_str(), *wxConvFileName);
     args.erase(args.begin(), args.begin() + 2);
   }
@@ -290,9 +326,5 @@ int main(int argc, char** argv) {
   }
   if (command == "add") return Add(path, args);
   if (command == "remove") return Remove(path, args);
-  if (command == "--help" || command == "-h") {
-    std::fputs(kUsage, stdout);
-    return kExitOk;
-  }
   return Usage("unknown command " + command);
 }

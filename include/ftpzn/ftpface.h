@@ -2,6 +2,11 @@
 // opens the FTP window modelessly (showFrameWnd) or runs it modally
 // (showFtpMainDoMo), receiving the local paths of the files the user
 // queued for download.
+//
+// The one header a host includes (<ftpzn/ftpface.h>); the module's own code
+// includes it too, so there is a single declaration. It needs nothing but
+// wx's base headers: the main window is only named here. Call from the
+// user-interface thread; see docs/embedding.md.
 #pragma once
 
 #include <wx/arrstr.h>
