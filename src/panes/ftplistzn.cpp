@@ -78,13 +78,14 @@ int CFtpListzn::InsertRecord(int row, FileListItem record) {
 }
 
 int CFtpListzn::InsertFoundItem(int row, const wxString& name, uint64_t length, uint64_t lastWrite,
-                                bool directory) {
+                                bool directory, bool link) {
   FileListItem record;
   record.name = name;
   record.size = static_cast<uint32_t>(length);
   record.time = lastWrite;
   record.folder = directory ? 1 : 0;
-  record.typeText = directory ? wxString("Folder") : ftpzn::ShellTypeText(name);
+  record.link = link ? 1 : 0;
+  if (directory) record.typeText = "Folder";
   return InsertRecord(row, std::move(record));
 }
 
@@ -106,7 +107,6 @@ int CFtpListzn::InsertNamedItem(int row, const wxString& name, unsigned size) {
   FileListItem record;
   record.name = name;
   record.size = size;
-  record.typeText = ftpzn::ShellTypeText(name);
   record.time = ftpzn::FileTimeNow();
   return InsertRecord(row, std::move(record));
 }
@@ -143,6 +143,14 @@ int CFtpListzn::IsItemFolder(int row) const {
   return record ? record->folder : 0;
 }
 
+const wxString& CFtpListzn::GetItemTypeText(int row) const {
+  static const wxString none;
+  if (row < 0 || static_cast<size_t>(row) >= m_rows.size()) return none;
+  FileListItem& record = m_rows[static_cast<size_t>(row)];
+  if (record.typeText.empty()) record.typeText = ftpzn::ShellTypeText(record.name);
+  return record.typeText;
+}
+
 wxString CFtpListzn::GetRowName(int row) const {
   const FileListItem* record = GetRecord(row);
   return record ? record->name : wxString();
@@ -161,7 +169,7 @@ wxString CFtpListzn::OnGetItemText(long item, long column) const {
     case 1:
       return record->folder ? wxString() : ftpzn::FormatSizeKb(record->size, 0);
     case 2:
-      return ftpzn::DisplayText(record->typeText);
+      return ftpzn::DisplayText(GetItemTypeText(static_cast<int>(item)));
     case 3:
       // A time that cannot be shown leaves the cell empty.
       return ftpzn::FormatFileDate(record->time).value_or(wxString());

@@ -70,8 +70,12 @@ void CFtpListzn1Remote::ShowFound(inet::CFtpFileFind& find, bool found) {
   // it has moved onto the last one.
   for (bool more = found; more;) {
     more = find.FindNextFile();
-    if (IsDotsName(find.GetFileName())) continue;
-    if (InsertFoundItem(row, find) >= 0) ++row;
+    const wxString name(find.GetFileName());
+    if (IsDotsName(name)) continue;
+    uint64_t lastWrite = 0;
+    find.GetLastWriteTime(lastWrite);
+    const bool link = find.MatchesMask(inet::FILE_ATTRIBUTE_REPARSE_POINT);
+    if (InsertFoundItem(row, name, find.GetLength(), lastWrite, find.IsDirectory(), link) >= 0) ++row;
   }
 }
 
@@ -116,12 +120,15 @@ int CFtpListzn1Remote::OpenItem(int row) {
     return 0;
   }
   const FileListItem* record = GetRecord(row);
-  if (!record || !record->folder) return 0;
+  if (!record || (!record->folder && !record->link)) return 0;
+  const bool link = !record->folder;
   const wxString current = m_pstrDirectory ? *m_pstrDirectory : wxString();
   const wxString path = current + "/" + record->name;
   inet::CFtpFileFind find(m_pConnection, kFindContext);
   if (!m_pConnection->SetCurrentDirectory(path.ToStdWstring())) {
-    Tell(wxString::Format("Set directory:%s error:%d \n", path, LastError()));
+    // A link is only tried as a folder: one the server will not enter (a
+    // link to a file, or to nothing) leaves the pane as it was, unannounced.
+    if (!link) Tell(wxString::Format("Set directory:%s error:%d \n", path, LastError()));
     find.Close();
     return 0;
   }
