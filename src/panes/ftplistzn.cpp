@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <utility>
 
 #include "mainwnd/dlgftpmainwnd.h"
 #include "res/menus.h"
@@ -77,10 +78,10 @@ int CFtpListzn::InsertRecord(int row, FileListItem record) {
   return static_cast<int>(at);
 }
 
-int CFtpListzn::InsertFoundItem(int row, const wxString& name, uint64_t length, uint64_t lastWrite,
-                                bool directory, bool link) {
+int CFtpListzn::InsertFoundItem(int row, wxString name, uint64_t length, uint64_t lastWrite, bool directory,
+                                bool link) {
   FileListItem record;
-  record.name = name;
+  record.name = std::move(name);
   record.size = static_cast<uint32_t>(length);
   record.time = lastWrite;
   record.folder = directory ? 1 : 0;

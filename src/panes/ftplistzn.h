@@ -49,7 +49,9 @@ class CFtpListzn : public wxListCtrl {
 
   // The row inserts. Each returns the new row's index, or -1.
   int InsertFoundItem(int row, const ftpzn::LocalFoundEntry& found);
-  int InsertFoundItem(int row, const wxString& name, uint64_t length, uint64_t lastWrite, bool directory,
+  // The name is taken by value: a caller that has no further use for its
+  // string moves it in, which saves a copy per row of a long listing.
+  int InsertFoundItem(int row, wxString name, uint64_t length, uint64_t lastWrite, bool directory,
                       bool link = false);
   // The variant that asked the first platform's list to keep the texts; a
   // virtual list asks for them every time, so it inserts the same row.

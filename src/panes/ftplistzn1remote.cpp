@@ -5,6 +5,7 @@
 #include <wx/utils.h>
 
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "inet/inet.h"
@@ -42,7 +43,9 @@ void Tell(const wxString& text) { ftpzn::MessageBox(text); }
 
 int LastError() { return static_cast<int>(inet::GetLastError()); }
 
-bool IsDotsName(const wxString& name) { return name.IsSameAs(".", false) || name.IsSameAs("..", false); }
+bool IsDotsName(const wxString& name) {
+  return name.length() <= 2 && (name.IsSameAs(".", false) || name.IsSameAs("..", false));
+}
 
 bool AskName(wxWindow* parent, const wxString& title, const wxString* initial, wxString& typed) {
   CDlgInputString dialog(parent);
@@ -70,12 +73,13 @@ void CFtpListzn1Remote::ShowFound(inet::CFtpFileFind& find, bool found) {
   // it has moved onto the last one.
   for (bool more = found; more;) {
     more = find.FindNextFile();
-    const wxString name(find.GetFileName());
+    wxString name(find.GetFileName());
     if (IsDotsName(name)) continue;
     uint64_t lastWrite = 0;
     find.GetLastWriteTime(lastWrite);
     const bool link = find.MatchesMask(inet::FILE_ATTRIBUTE_REPARSE_POINT);
-    if (InsertFoundItem(row, name, find.GetLength(), lastWrite, find.IsDirectory(), link) >= 0) ++row;
+    if (InsertFoundItem(row, std::move(name), find.GetLength(), lastWrite, find.IsDirectory(), link) >= 0)
+      ++row;
   }
 }
 
