@@ -5,8 +5,11 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstdio>
+#include <cstdlib>
 #include <ctime>
+#include <new>
 #include <random>
 #include <string>
 #include <vector>
@@ -16,6 +19,20 @@ using ftpzn::inet::ListClock;
 using ftpzn::inet::ParseListLine;
 using ftpzn::inet::ParseMlsdLine;
 using Kind = FtpListEntry::Kind;
+
+// Every allocation of this test program is counted, so that a test can tell
+// whether parsing a listing allocates per line.
+namespace {
+std::atomic<size_t> g_allocations{0};
+}  // namespace
+
+void* operator new(size_t size) {
+  ++g_allocations;
+  if (void* p = std::malloc(size ? size : 1)) return p;
+  throw std::bad_alloc();
+}
+void operator delete(void* p) noexcept { std::free(p); }
+void operator delete(void* p, size_t) noexcept { std::free(p); }
 
 namespace {
 
@@ -619,6 +636,33 @@ TEST(ListingParse, ColumnsPaddedToAnyWidth) {
       CheckCase(c, ParseListLine(line, kClock, e), e);
     }
   }
+}
+
+// A listing is parsed into one entry through the reader, as the engine
+// does: once the entry's strings have grown to the longest name, a line of
+// any family costs no allocation.
+TEST(ListingParse, ParsingAllocatesNothingPerLine) {
+  std::vector<std::string> lines;
+  for (const auto* table : {&UnixCases(), &LocaleCases(), &DosCases(), &OtherCases()})
+    for (const Case& c : *table) lines.push_back(c.line);
+  ftpzn::inet::ListLineReader reader(kClock);
+  FtpListEntry e;
+  size_t accepted = 0;
+  auto pass = [&] {
+    for (const std::string& line : lines) {
+      for (size_t pos = 0; pos <= line.size();) {
+        size_t eol = std::min(line.find('\n', pos), line.size());
+        accepted += reader.Parse(std::string_view(line).substr(pos, eol - pos), e);
+        pos = eol + 1;
+      }
+    }
+    for (const Case& c : MlsdCases()) accepted += ParseMlsdLine(c.line, e);
+  };
+  pass();  // grows the entry's strings and builds the month table
+  const size_t before = g_allocations.load();
+  pass();
+  EXPECT_EQ(g_allocations.load() - before, 0u);
+  EXPECT_GT(accepted, lines.size());
 }
 
 // Damaged lines may be taken or refused, but never crash, and an entry that is
