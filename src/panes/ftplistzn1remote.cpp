@@ -5,6 +5,7 @@
 #include <wx/utils.h>
 
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -47,6 +48,17 @@ bool IsDotsName(const wxString& name) {
   return name.length() <= 2 && (name.IsSameAs(".", false) || name.IsSameAs("..", false));
 }
 
+// The entry's name as a row holds it. Most names are ASCII, which is the
+// same text in every reading: those are made straight from the listed
+// bytes, which spares the general decoding a long listing's every row.
+wxString RowName(const inet::CFtpFileFind& find) {
+  const std::string_view bytes = find.GetEntryView().name;
+  for (char c : bytes) {
+    if (static_cast<unsigned char>(c) >= 0x80) return wxString(find.GetFileName());
+  }
+  return wxString::FromAscii(bytes.data(), bytes.size());
+}
+
 bool AskName(wxWindow* parent, const wxString& title, const wxString* initial, wxString& typed) {
   CDlgInputString dialog(parent);
   dialog.m_strTitle = title;
@@ -73,7 +85,7 @@ void CFtpListzn1Remote::ShowFound(inet::CFtpFileFind& find, bool found) {
   // it has moved onto the last one.
   for (bool more = found; more;) {
     more = find.FindNextFile();
-    wxString name(find.GetFileName());
+    wxString name = RowName(find);
     if (IsDotsName(name)) continue;
     uint64_t lastWrite = 0;
     find.GetLastWriteTime(lastWrite);
