@@ -70,6 +70,8 @@ struct DateMatch {
   // its date column and follows it by one blank, so further blanks belong to
   // the name; where the layout is not known, all blanks are skipped.
   size_t separatorBlanks = 1;
+  // For the forms whose order of day and month is not certain.
+  const ListClock* clock = nullptr;
 };
 
 constexpr size_t kAnyBlanks = static_cast<size_t>(-1);
@@ -209,9 +211,10 @@ bool MatchNumericIso(const TokenList& tok, size_t i, DateMatch& m) {
 }
 
 // Numbers alone: "2023/04/05 06:07", "25-03-2023 14:30", "2023.04.05",
-// "04-05-23". Day first with '.' and '-' after a day that cannot be a month,
-// month first with '/' (as the US prints it); with a year first the order
-// is always year, month, day. A time after the date is taken when present.
+// "04-05-23". Day first with '.' and '-', month first with '/' (as the US
+// prints it), unless that reading is no date or a future one and the other
+// is not; with a year first the order is always year, month, day. A time
+// after the date is taken when present.
 bool MatchNumericDate(const TokenList& tok, size_t i, DateMatch& m) {
   std::string_view t = tok[i].text;
   if (t.size() < 8 || t.size() > 10) return false;
@@ -228,10 +231,16 @@ bool MatchNumericDate(const TokenList& tok, size_t i, DateMatch& m) {
     m.month = f2;
     m.day = f3;
   } else if (s1.size() <= 2 && (s3.size() == 2 || s3.size() == 4)) {
-    m.year = s3.size() == 2 ? ExpandTwoDigitYear(f3) : f3;
-    bool dayFirst = sep == '.' || (sep == '-' && f1 > 12) || (sep == '/' && f1 > 12);
-    m.month = dayFirst ? f2 : f1;
-    m.day = dayFirst ? f1 : f2;
+    // Either order may be meant: the one this separator suggests is taken
+    // unless it gives no date or one in the future and the other does not.
+    const int year = s3.size() == 2 ? ExpandTwoDigitYear(f3) : f3;
+    const DateReading dayFirst{year, f2, f1}, monthFirst{year, f1, f2};
+    const DateReading readings[] = {sep == '/' ? monthFirst : dayFirst, sep == '/' ? dayFirst : monthFirst};
+    DateReading chosen;
+    if (!m.clock || !ChooseDateReading(readings, 2, *m.clock, chosen)) return false;
+    m.year = chosen.year;
+    m.month = chosen.month;
+    m.day = chosen.day;
   } else {
     return false;
   }
@@ -441,6 +450,7 @@ bool ParseLsColumns(std::string_view line, const TokenList& tok, FtpListEntry::K
     for (size_t i = from; dateAt == 0 && i <= kLastDateToken && i < tok.size(); ++i) {
       for (DateMatcher match : forms) {
         DateMatch candidate;
+        candidate.clock = &clock;
         if (!match(tok, i, candidate) || !SizeBefore(tok, i, size)) continue;
         m = candidate;
         dateAt = i;
