@@ -6,6 +6,7 @@
 #include <wx/menu.h>
 
 #include <algorithm>
+#include <exception>
 #include <memory>
 #include <utility>
 
@@ -122,6 +123,14 @@ int CFtpListzn::InsertNamedFolder(int row, const wxString& name) {
 }
 
 void CFtpListzn::ClearRows() { DeleteAllItems(); }
+
+void CFtpListzn::ReserveRows(size_t count) {
+  try {
+    m_rows.reserve(count);
+  } catch (const std::exception&) {
+    // Without the room the rows still go in one by one.
+  }
+}
 
 bool CFtpListzn::DeleteAllItems() {
   m_rows.clear();

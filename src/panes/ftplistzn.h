@@ -121,6 +121,8 @@ class CFtpListzn : public wxListCtrl {
   // commands come to this pane.
   void ShowMainMenuPopup(int index, const wxContextMenuEvent& event);
 
+  // Room for `count` rows, for a fill that knows how many are coming.
+  void ReserveRows(size_t count);
   // While filling, the control learns the row count once at the end.
   class FillBatch {
    public:

@@ -79,6 +79,7 @@ bool CFtpListzn1Remote::Create(wxWindow* parent, wxWindowID id, const wxPoint& p
 void CFtpListzn1Remote::ShowFound(inet::CFtpFileFind& find, bool found) {
   FillBatch batch(*this);
   ClearRows();
+  if (found) ReserveRows(find.GetCount() + 1);
   InsertParentItem();
   int row = 1;
   // The finder stands before its first entry; its step answers false once
