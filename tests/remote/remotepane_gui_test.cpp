@@ -265,14 +265,10 @@ TEST_P(RemotePane, ALinkIsTriedAsAFolder) {
   EXPECT_EQ(Rows(), listed);
   const FileListItem* record = Pane().GetRecord(RowOf("to-real"));
   ASSERT_NE(record, nullptr);
-  // vsftpd lists it as a link ("l" in LIST); the others' MLSD may name the
-  // link's type or its target's.
-  if (GetParam() == FtpServerKind::Vsftpd) {
-    EXPECT_TRUE(record->link);
-    EXPECT_FALSE(record->folder);
-  } else {
-    EXPECT_TRUE(record->link || record->folder);
-  }
+  // vsftpd lists it as a link in LIST ("l"), pure-ftpd and proftpd in MLSD
+  // (OS.unix=slink, OS.unix=symlink).
+  EXPECT_TRUE(record->link);
+  EXPECT_FALSE(record->folder);
   const FileListItem* file = Pane().GetRecord(RowOf("to-plain"));
   ASSERT_NE(file, nullptr);
   EXPECT_FALSE(file->folder);
