@@ -95,15 +95,16 @@ bool ParseIsoDate(std::string_view t, int& year, int& month, int& day) {
 // "24:00" (some servers' end of a day) is the next day's midnight; the
 // calendar arithmetic carries the 24 hours over.
 bool ParseListTime(std::string_view t, TimeOfDay& time) {
-  if (t == "24:00" || t == "24:00:00" || t == "24.00") {
-    time = {24, 0, 0};
-    return true;
-  }
   if (t.size() == 5 && t[2] == '.') {
     char colon[5] = {t[0], t[1], ':', t[3], t[4]};
     return ParseTimeOfDay(std::string_view(colon, 5), time);
   }
-  return t.size() <= 8 && ParseTimeOfDay(t, time);
+  if (t.size() <= 8 && ParseTimeOfDay(t, time)) return true;
+  if (t == "24:00" || t == "24:00:00") {
+    time = {24, 0, 0};
+    return true;
+  }
+  return false;
 }
 
 // The time-or-year column after month and day.
