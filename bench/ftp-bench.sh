@@ -5,7 +5,10 @@
 # Settings: RUNS (rounds of each transfer), LS_RUNS (of the listing),
 # SIZE_MB (file size), ENTRIES (listing), BASELINE, SHOW_ROUNDS=1 (print
 # every round's times), OPS (default "get put ls").
-# Prints each client's best and median and our ratio to the best peer.
+# Prints each client's best and median and our ratio to the best peer, and
+# ends with
+#   summary: get=R put=R ls=R
+# (each the median of the rounds' own ratios, best peer's time / ours).
 # Needs root (the test servers do). Not part of ./test.sh.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -202,3 +205,6 @@ for op in $OPS; do
   printf "%-72s   %sx\n" "$op, median of the rounds' own ratios" "$(paired "$op")"
 done
 echo "(ratio > 1: ftpzn-ftp faster than the best peer)"
+# The median of the rounds' own ratios per operation, "-" where not run.
+summary_of() { if wanted "$1"; then paired "$1"; else echo "-"; fi; }
+echo "summary: get=$(summary_of get) put=$(summary_of put) ls=$(summary_of ls)"

@@ -306,7 +306,8 @@ int ParseListFromStdin() {
   ssize_t n;
   ListClock clock{static_cast<int64_t>(std::time(nullptr))};  // one "now" for all lines
   auto out = std::make_unique<LineWriter>();
-  FtpListEntry entry;  // one for every line: its name keeps its storage
+  FtpListEntry entry;                         // one for every line: its name keeps its storage
+  ftpzn::inet::ListLineReader reader(clock);  // joins an entry given on two lines
   while ((n = getline(&line, &capacity, stdin)) > 0) {
     std::string_view text(line, static_cast<size_t>(n));
     while (!text.empty() && (text.back() == '\n' || text.back() == '\r')) text.remove_suffix(1);
@@ -314,7 +315,7 @@ int ParseListFromStdin() {
     size_t space = text.find(' ');
     std::string_view facts = text.substr(0, space == std::string_view::npos ? 0 : space);
     bool mlsd = !facts.empty() && facts.back() == ';' && facts.find('=') != std::string_view::npos;
-    if (mlsd ? ParseMlsdLine(text, entry) : ParseListLine(text, clock, entry))
+    if (mlsd ? ParseMlsdLine(text, entry) : reader.Parse(text, entry))
       out->Entry({entry.name, entry.kind, entry.size, entry.mtime, entry.linkTarget});
   }
   free(line);

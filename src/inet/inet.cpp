@@ -57,15 +57,6 @@ bool WildcardMatch(const wchar_t* pattern, const wchar_t* name) {
   return *pattern == 0;
 }
 
-// MLSD lists the directory itself and its parent as type=cdir / type=pdir.
-bool IsMlsdSelfOrParent(std::string_view line) {
-  size_t space = line.find(' ');
-  std::string facts(line.substr(0, space == std::string_view::npos ? line.size() : space));
-  for (char& c : facts) c = static_cast<char>(tolower(static_cast<unsigned char>(c)));
-  facts.insert(0, ";");
-  return facts.find(";type=cdir;") != std::string::npos || facts.find(";type=pdir;") != std::string::npos;
-}
-
 // Some servers refuse to list an empty directory ("550 No files found."):
 // that is an empty listing, not a failure.
 bool IsNoFilesReply(std::string text) {
@@ -664,12 +655,14 @@ bool CFtpFileFind::FindFile(const wchar_t* pattern, uint32_t) {
   bool mlsd = false;
   FtpListEntry entry;  // one for every line: its strings keep their capacity
   const ListingLimits limits = g_listingLimits;
+  ListLineReader listReader(clock);
   auto parseLine = [&](std::string_view line) {
     if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
     if (line.empty()) return;
     if (mlsd) {
-      if (IsMlsdSelfOrParent(line) || !ParseMlsdLine(line, entry)) return;
-    } else if (!ParseListLine(line, clock, entry)) {
+      // cdir and pdir come back as "." and "..", dropped below.
+      if (!ParseMlsdLine(line, entry)) return;
+    } else if (!listReader.Parse(line, entry)) {
       return;
     }
     // By length first: comparing every name with "." and ".." as strings

@@ -293,6 +293,9 @@ class CFtpFileFind {
   // describes the current entry until the next FindNextFile or FindFile (not
   // the entry it was taken at); the view costs no copy.
   const FtpListEntry& GetEntry() const;
+  // How many entries the last FindFile found, so that a caller can make
+  // room for all of them at once.
+  size_t GetCount() const { return m_count; }
   const FtpListEntryView& GetEntryView() const;
   void Close();
 

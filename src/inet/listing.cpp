@@ -23,9 +23,13 @@ namespace {
 // Ordered by how cheaply and how surely a family rejects a foreign line: each
 // parser checks a fixed shape (permission column, DOS date, '+' fact list)
 // before it takes anything.
-constexpr std::array<listparse::ParseFn, 8> kListParsers = {
-    listparse::ParseUnixLine,    listparse::ParseDosLine, listparse::ParseEplfLine,  listparse::ParseVmsLine,
-    listparse::ParseNetwareLine, listparse::ParseOs2Line, listparse::ParseOs400Line, listparse::ParseMvsLine,
+// The rarer families come after the three common ones, so that a line one
+// of those takes is never read another way.
+constexpr std::array<listparse::ParseFn, 12> kListParsers = {
+    listparse::ParseUnixLine,      listparse::ParseDosLine,     listparse::ParseEplfLine,
+    listparse::ParseVmsLine,       listparse::ParseNetwareLine, listparse::ParseOs2Line,
+    listparse::ParseOs400Line,     listparse::ParseMvsLine,     listparse::ParseOctalModeLine,
+    listparse::ParseSizeFirstLine, listparse::ParseOs9Line,     listparse::ParseConnectEnterpriseLine,
 };
 
 }  // namespace
@@ -36,6 +40,24 @@ bool ParseListLine(std::string_view line, const ListClock& clock, FtpListEntry& 
   // Each parser fills `out` only when it takes the line.
   for (auto parse : kListParsers)
     if (parse(*stripped, clock, out)) return true;
+  return false;
+}
+
+bool ListLineReader::Parse(std::string_view line, FtpListEntry& out) {
+  if (!m_pending.empty()) {
+    auto stripped = listparse::StripLineEnd(line);
+    if (stripped && !stripped->empty() && listparse::IsBlank((*stripped)[0])) {
+      m_joined.assign(m_pending);
+      m_joined += ' ';
+      m_joined.append(*stripped);
+      m_pending.clear();
+      if (ParseListLine(m_joined, m_clock, out)) return true;
+    }
+    m_pending.clear();
+  }
+  if (ParseListLine(line, m_clock, out)) return true;
+  auto stripped = listparse::StripLineEnd(line);
+  if (stripped && listparse::IsVmsNameAlone(*stripped)) m_pending.assign(*stripped);
   return false;
 }
 
@@ -210,6 +232,11 @@ constexpr std::string_view kMonthRows[] = {
     "янв фев мар апр май июн июл авг сен окт ноя дек",         // Russian
     "- февр марта - мая июня июля - сент - нояб -",            // Russian, genitive
     "січ лют бер кві тра чер лип сер вер жов лис гру",         // Ukrainian
+    "tammi helmi maalis huhti touko kesä heinä elo syys loka marras joulu",         // Finnish
+    "- - - - - - - - - - - desember",                                               // Norwegian, written out
+    "januari februari maart - - - - augustus september oktober november december",  // Dutch, written out
+    "enero febrero marzo abril mayo junio julio agosto septiembre octubre noviembre diciembre",  // Spanish
+    "janvier février - - - - juillet - septembre octobre novembre décembre",  // French, written out
 };
 
 // The words of kMonthRows, folded, to their month.
@@ -231,6 +258,8 @@ const std::unordered_map<std::string, int>& MonthWords() {
 }  // namespace
 
 int MonthFromName(std::string_view word) {
+  // "Jan.," and "Juli," as some locales print the month before the year.
+  if (!word.empty() && word.back() == ',') word.remove_suffix(1);
   if (!word.empty() && word.back() == '.') word.remove_suffix(1);
   if (word.empty() || word.size() > 12) return 0;
   // "1月" .. "12月": Japanese, Chinese and Korean ("월") locales. Every other
@@ -238,7 +267,9 @@ int MonthFromName(std::string_view word) {
   if (word[0] >= '0' && word[0] <= '9') {
     // The size, links and ids columns end in a digit: no sign to look for.
     if (word.back() >= '0' && word.back() <= '9') return 0;
-    for (std::string_view suffix : {std::string_view("\xE6\x9C\x88"), std::string_view("\xEC\x9B\x94")}) {
+    // The month sign in UTF-8 (Chinese, Japanese), Korean, Shift-JIS, EUC-JP.
+    for (std::string_view suffix : {std::string_view("\xE6\x9C\x88"), std::string_view("\xEC\x9B\x94"),
+                                    std::string_view("\x8C\x8E"), std::string_view("\xB7\xEE")}) {
       int month = 0;
       if (word.ends_with(suffix) && ParseInt(word.substr(0, word.size() - suffix.size()), month) &&
           month >= 1 && month <= 12)
@@ -374,6 +405,23 @@ int YearForYearlessDate(const ListClock& clock, int month, int day, const TimeOf
 }
 
 int ExpandTwoDigitYear(int yy) { return yy < 70 ? 2000 + yy : 1900 + yy; }
+
+bool ChooseDateReading(const DateReading* readings, size_t count, const ListClock& clock, DateReading& out) {
+  const int64_t latest = ClockNow(clock) + 86400;
+  const DateReading* firstValid = nullptr;
+  for (size_t i = 0; i < count; ++i) {
+    const DateReading& r = readings[i];
+    if (!IsValidDate(r.year, r.month, r.day)) continue;
+    if (!firstValid) firstValid = &r;
+    if (UnixFromCivil(r.year, r.month, r.day, 0, 0, 0) <= latest) {
+      out = r;
+      return true;
+    }
+  }
+  if (!firstValid) return false;
+  out = *firstValid;
+  return true;
+}
 
 bool ParseNumericDate(std::string_view t, int& year, int& month, int& day) {
   if (t.size() < 8 || t.size() > 10) return false;

@@ -41,6 +41,21 @@ struct ListClock {
 // times carry no zone and are taken as UTC. A date without a year is this
 // year's unless that puts it more than 183 days after now, then last year's.
 bool ParseListLine(std::string_view line, const ListClock& clock, FtpListEntry& out);
+// The lines of one LIST reply in order. Where an entry takes two lines (VMS
+// puts a name too long for its column alone on a line, the details on the
+// next), the two are joined; every other line goes to ParseListLine as it
+// is. A name alone at the end of the listing is dropped, not guessed at.
+class ListLineReader {
+ public:
+  explicit ListLineReader(const ListClock& clock) : m_clock(clock) {}
+  bool Parse(std::string_view line, FtpListEntry& out);
+
+ private:
+  ListClock m_clock;
+  std::string m_pending;  // a name waiting for its details
+  std::string m_joined;   // kept, so that joining costs no allocation each time
+};
+
 // One MLSD line: "fact=value;fact=value; name". The name is everything
 // after the first blank. type=cdir and type=pdir come back as directories
 // named "." and "..", whatever path the server gave them.

@@ -22,6 +22,13 @@ bool ParseNetwareLine(std::string_view line, const ListClock& clock, FtpListEntr
 bool ParseOs2Line(std::string_view line, const ListClock& clock, FtpListEntry& out);
 bool ParseOs400Line(std::string_view line, const ListClock& clock, FtpListEntry& out);
 bool ParseMvsLine(std::string_view line, const ListClock& clock, FtpListEntry& out);
+bool ParseOctalModeLine(std::string_view line, const ListClock& clock, FtpListEntry& out);
+bool ParseSizeFirstLine(std::string_view line, const ListClock& clock, FtpListEntry& out);
+bool ParseOs9Line(std::string_view line, const ListClock& clock, FtpListEntry& out);
+bool ParseConnectEnterpriseLine(std::string_view line, const ListClock& clock, FtpListEntry& out);
+// A VMS name alone on its line ("A_VERY_LONG_NAME.TXT;1"): its details follow
+// on the next line.
+bool IsVmsNameAlone(std::string_view line);
 
 // A whitespace-separated word and where it sits in the line, so a parser can
 // take the rest of the line (a name with spaces) from a known column.
@@ -51,6 +58,25 @@ class TokenList {
   };
   size_t m_count = 0;
 };
+
+// Fills `out` from one line's fields. Assigned, not built anew: a caller
+// parsing a listing into one entry keeps the strings' storage from line to
+// line, so a parse costs no allocation.
+inline void SetEntry(FtpListEntry& out, FtpListEntry::Kind kind, std::string_view name, uint64_t size,
+                     std::optional<int64_t> mtime, std::string_view linkTarget = {}) {
+  out.kind = kind;
+  out.name.assign(name.data(), name.size());
+  out.size = size;
+  out.mtime = mtime;
+  out.linkTarget.assign(linkTarget.data(), linkTarget.size());
+}
+
+inline bool IsHexDigits(std::string_view s) {
+  if (s.empty()) return false;
+  for (char c : s)
+    if (!((c >= '0' && c <= '9') || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F'))) return false;
+  return true;
+}
 
 // Splits on blanks and tabs; at most maxTokens words (at most kCapacity).
 TokenList Tokenize(std::string_view line, size_t maxTokens = TokenList::kCapacity);
@@ -93,8 +119,9 @@ inline bool ParseInt(std::string_view s, int& out) {
 
 // Month 1..12 from an abbreviated or short name in English or one of the
 // common locales servers list in (German, French, Spanish, Italian, Dutch,
-// Swedish, Polish, Russian, ...), any case, with or without a trailing dot;
-// 0 when the word is no month.
+// Swedish, Polish, Russian, ...), any case, with or without a trailing dot
+// or comma ("Jan.,"); "1月" with the month sign in UTF-8, Shift-JIS or
+// EUC-JP; 0 when the word is no month.
 int MonthFromName(std::string_view word);
 
 struct TimeOfDay {
@@ -121,5 +148,14 @@ int ExpandTwoDigitYear(int yy);
 // "MM-DD-YY", "MM-DD-YYYY", "YYYY-MM-DD" with '-', '/' or '.' between the
 // fields; month first unless the first field cannot be a month.
 bool ParseNumericDate(std::string_view t, int& year, int& month, int& day);
+
+// Three numbers of a date whose order the line does not tell (IBM i prints
+// YY/MM/DD or MM/DD/YY by its job's settings): the first of the readings
+// given, in order of preference, that is a valid date not after today
+// (a day of slack for zones); failing that, the first valid one.
+struct DateReading {
+  int year = 0, month = 0, day = 0;
+};
+bool ChooseDateReading(const DateReading* readings, size_t count, const ListClock& clock, DateReading& out);
 
 }  // namespace ftpzn::inet::listparse

@@ -5,13 +5,14 @@
 // four-digit first field a year (YYYY-MM-DD).
 #include <string>
 #include <string_view>
-#include <utility>
 
 #include "inet/listparse.h"
 
 namespace ftpzn::inet::listparse {
 
 namespace {
+
+using Kind = FtpListEntry::Kind;
 
 // "12:00PM", "12:00 PM" (the marker as the next word), "23:59".
 bool ParseDosTime(const TokenList& tok, size_t& at, TimeOfDay& time) {
@@ -40,17 +41,22 @@ bool ParseDosTime(const TokenList& tok, size_t& at, TimeOfDay& time) {
   return true;
 }
 
-// "1234" or with thousands separators as "dir" prints them ("1,234").
+// "1234" or with thousands separators as "dir" prints them ("1,234", and
+// "1.234" where the locale groups with dots).
 bool ParseDosSize(std::string_view t, uint64_t& size) {
   if (ParseUint(t, size)) return true;
-  size_t comma = t.find(',');
-  if (comma == std::string_view::npos || comma == 0 || comma > 3) return false;
-  std::string digits(t.substr(0, comma));
-  for (t.remove_prefix(comma); !t.empty(); t.remove_prefix(4)) {
-    if (t.size() < 4 || t[0] != ',' || !IsDigits(t.substr(1, 3))) return false;
-    digits += t.substr(1, 3);
+  size_t first = t.find_first_of(",.");
+  if (first == std::string_view::npos || first == 0 || first > 3 || t.size() > 27) return false;
+  const char separator = t[first];
+  uint64_t value = 0;
+  if (!ParseUint(t.substr(0, first), value)) return false;
+  for (t.remove_prefix(first); !t.empty(); t.remove_prefix(4)) {
+    uint64_t group = 0;
+    if (t.size() < 4 || t[0] != separator || !ParseUint(t.substr(1, 3), group)) return false;
+    value = value * 1000 + group;
   }
-  return ParseUint(digits, size);
+  size = value;
+  return true;
 }
 
 }  // namespace
@@ -64,17 +70,19 @@ bool ParseDosLine(std::string_view line, const ListClock&, FtpListEntry& out) {
   TimeOfDay time;
   if (!ParseDosTime(tok, at, time) || ++at + 1 >= tok.size()) return false;
 
-  FtpListEntry entry;
+  Kind kind = Kind::File;
+  uint64_t size = 0;
+  std::string_view target;
   std::string_view column = tok[at].text;
   size_t nameStart = tok[at].end;
   if (column == "<DIR>" || column == "<JUNCTION>" || column == "<SYMLINKD>" || column == "<SYMLINK>") {
-    entry.kind = column == "<DIR>" ? FtpListEntry::Kind::Directory : FtpListEntry::Kind::Link;
+    kind = column == "<DIR>" ? Kind::Directory : Kind::Link;
     // The directory marker is followed by ten blanks; more are the name's own.
     constexpr size_t kDirPadding = 10;
     size_t blanks = 0;
     while (nameStart + blanks < line.size() && IsBlank(line[nameStart + blanks])) ++blanks;
     nameStart += (column == "<DIR>" && blanks > kDirPadding) ? kDirPadding : blanks;
-  } else if (ParseDosSize(column, entry.size)) {
+  } else if (ParseDosSize(column, size)) {
     // The size is right-aligned and followed by one blank.
     ++nameStart;
   } else {
@@ -82,17 +90,16 @@ bool ParseDosLine(std::string_view line, const ListClock&, FtpListEntry& out) {
   }
   std::string_view name = line.substr(nameStart);
   // Links as "dir" shows them: "name [target]".
-  if (entry.kind == FtpListEntry::Kind::Link && name.size() > 3 && name.back() == ']') {
+  if (kind == Kind::Link && name.size() > 3 && name.back() == ']') {
     size_t open = name.rfind(" [");
     if (open != std::string_view::npos && open > 0) {
-      entry.linkTarget = std::string(name.substr(open + 2, name.size() - open - 3));
+      target = name.substr(open + 2, name.size() - open - 3);
       name = name.substr(0, open);
     }
   }
   if (name.empty()) return false;
-  entry.name = std::string(name);
-  entry.mtime = UnixFromCivil(year, month, day, time.hour, time.minute, time.second);
-  out = std::move(entry);
+  SetEntry(out, kind, name, size, UnixFromCivil(year, month, day, time.hour, time.minute, time.second),
+           target);
   return true;
 }
 

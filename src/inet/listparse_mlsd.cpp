@@ -1,5 +1,6 @@
 // MLSD lines (RFC 3659): "fact=value;fact=value; name". The name is all that
-// follows the first blank, blanks included; fact names are case-insensitive.
+// follows the first blank, blanks included, tabs and all; fact names are
+// case-insensitive and unknown facts are passed over.
 // The current and parent directory entries (type=cdir, type=pdir) come back
 // named "." and ".." whatever path the server gave them, so that the caller
 // drops them like the "." and ".." of a LIST.
@@ -60,7 +61,7 @@ MlsdType ClassifyType(std::string_view v, std::string& linkTarget) {
   if (EqualsNoCase(v, "pdir")) return MlsdType::ParentDir;
   if (StartsWithNoCase(v, "os.unix=slink") || StartsWithNoCase(v, "os.unix=symlink")) {
     size_t colon = v.find(':');
-    if (colon != std::string_view::npos) linkTarget = std::string(v.substr(colon + 1));
+    if (colon != std::string_view::npos) linkTarget.assign(v.substr(colon + 1));
     return MlsdType::Link;
   }
   return MlsdType::Unknown;
@@ -68,23 +69,18 @@ MlsdType ClassifyType(std::string_view v, std::string& linkTarget) {
 
 }  // namespace
 
-bool ParseMlsdLine(std::string_view line, FtpListEntry& out) {
-  auto stripped = listparse::StripLineEnd(line);
-  if (!stripped) return false;
-  line = *stripped;
-  size_t space = line.find(' ');
-  if (space == std::string_view::npos || space + 1 >= line.size()) return false;
-  std::string_view facts = line.substr(0, space);
-  std::string_view name = line.substr(space + 1);
-  // The fact list is empty or ends in ';'.
-  if (!facts.empty() && facts.back() != ';') return false;
+namespace {
 
-  FtpListEntry entry;
-  MlsdType type = MlsdType::File;
+// The facts of one line, read into `entry`; false when the text is not a
+// fact list ("fact=value" items joined by ';', the last ';' optional).
+bool ReadFacts(std::string_view facts, FtpListEntry& entry, MlsdType& type) {
+  if (facts.empty()) return true;
+  if (facts.find('=') == std::string_view::npos) return false;
+  type = MlsdType::File;
   while (!facts.empty()) {
     size_t semi = facts.find(';');
     std::string_view fact = facts.substr(0, semi);
-    facts.remove_prefix(semi + 1);
+    facts.remove_prefix(semi == std::string_view::npos ? facts.size() : semi + 1);
     size_t eq = fact.find('=');
     if (eq == std::string_view::npos || eq == 0) return false;
     std::string_view key = fact.substr(0, eq);
@@ -102,28 +98,60 @@ bool ParseMlsdLine(std::string_view line, FtpListEntry& out) {
       if (ParseMlsdTime(value, mtime)) entry.mtime = mtime;
     }
   }
+  return true;
+}
+
+bool HasTypeFact(std::string_view facts) {
+  for (size_t at = 0; at + 5 <= facts.size(); ++at)
+    if ((at == 0 || facts[at - 1] == ';') && StartsWithNoCase(facts.substr(at), "type=")) return true;
+  return false;
+}
+
+}  // namespace
+
+bool ParseMlsdLine(std::string_view line, FtpListEntry& out) {
+  auto stripped = listparse::StripLineEnd(line);
+  if (!stripped) return false;
+  line = *stripped;
+  // A line without facts is a blank and the name (RFC 3659); some servers
+  // put a blank before their facts too. The two are told apart by what
+  // follows the blank: a fact list with a type is read as facts.
+  if (line.size() > 1 && line[0] == ' ') {
+    size_t next = line.find(' ', 1);
+    if (next != std::string_view::npos && next + 1 < line.size() && HasTypeFact(line.substr(1, next - 1)))
+      line.remove_prefix(1);
+  }
+  size_t space = line.find(' ');
+  if (space == std::string_view::npos || space + 1 >= line.size()) return false;
+  std::string_view facts = line.substr(0, space);
+  std::string_view name = line.substr(space + 1);
+
+  out.linkTarget.clear();
+  out.size = 0;
+  out.mtime.reset();
+  MlsdType type = MlsdType::File;
+  if (!ReadFacts(facts, out, type)) return false;
   switch (type) {
     case MlsdType::CurrentDir:
       name = ".";
-      entry.kind = FtpListEntry::Kind::Directory;
+      out.kind = FtpListEntry::Kind::Directory;
       break;
     case MlsdType::ParentDir:
       name = "..";
-      entry.kind = FtpListEntry::Kind::Directory;
+      out.kind = FtpListEntry::Kind::Directory;
       break;
     case MlsdType::Dir:
-      entry.kind = FtpListEntry::Kind::Directory;
+      out.kind = FtpListEntry::Kind::Directory;
       break;
     case MlsdType::Link:
-      entry.kind = FtpListEntry::Kind::Link;
+      out.kind = FtpListEntry::Kind::Link;
       break;
     case MlsdType::File:
     case MlsdType::Unknown:
-      entry.kind = FtpListEntry::Kind::File;
+      out.kind = FtpListEntry::Kind::File;
       break;
   }
-  entry.name = std::string(name);
-  out = std::move(entry);
+  out.name.assign(name);
   return true;
 }
 

@@ -5,6 +5,10 @@
 //   crw-rw-rw-   1 root root   1,   3 Jan 10 12:00 null
 // with or without the group, numeric ids, localised month names ("10. Mär",
 // "janv. 10", " 1月 10") and ISO dates (--time-style=long-iso, full-iso).
+// Also the listings of servers that only imitate ls: numeric dates in many
+// orders, sizes with unit letters, no date at all, and Connect:Enterprise's
+// batch lines, which share the columns after their own first one.
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -32,13 +36,16 @@ struct PermissionBytes {
 };
 constexpr PermissionBytes kPermissionBytes;
 
+// The permissions, optionally followed by a marker and, where the link count
+// overflowed its column, the count itself ("-rw-r--r--+12").
 bool IsPermissionColumn(std::string_view t) {
-  if (t.size() < 10 || t.size() > 11) return false;
+  if (t.size() < 10) return false;
   auto byte = [&t](size_t i) { return static_cast<unsigned char>(t[i]); };
   if (!kPermissionBytes.type[byte(0)]) return false;
   for (size_t i = 1; i < 10; ++i)
     if (!kPermissionBytes.mode[byte(i)]) return false;
-  return t.size() == 10 || kPermissionBytes.marker[byte(10)];
+  if (t.size() == 10) return true;
+  return kPermissionBytes.marker[byte(10)] && (t.size() == 11 || (t.size() <= 20 && IsDigits(t.substr(11))));
 }
 
 bool ParseDay(std::string_view t, int& day) {
@@ -63,6 +70,8 @@ struct DateMatch {
   // its date column and follows it by one blank, so further blanks belong to
   // the name; where the layout is not known, all blanks are skipped.
   size_t separatorBlanks = 1;
+  // For the forms whose order of day and month is not certain.
+  const ListClock* clock = nullptr;
 };
 
 constexpr size_t kAnyBlanks = static_cast<size_t>(-1);
@@ -83,13 +92,19 @@ bool ParseIsoDate(std::string_view t, int& year, int& month, int& day) {
 
 // "HH:MM", "HH:MM:SS", and "HH.MM" as Italian, Swedish, Czech and Hungarian
 // locales print the time.
+// "24:00" (some servers' end of a day) is the next day's midnight; the
+// calendar arithmetic carries the 24 hours over.
 bool ParseListTime(std::string_view t, TimeOfDay& time) {
   if (t.size() == 5 && t[2] == '.') {
-    std::string colon(t);
-    colon[2] = ':';
-    return ParseTimeOfDay(colon, time);
+    char colon[5] = {t[0], t[1], ':', t[3], t[4]};
+    return ParseTimeOfDay(std::string_view(colon, 5), time);
   }
-  return t.size() <= 8 && ParseTimeOfDay(t, time);
+  if (t.size() <= 8 && ParseTimeOfDay(t, time)) return true;
+  if (t == "24:00" || t == "24:00:00") {
+    time = {24, 0, 0};
+    return true;
+  }
+  return false;
 }
 
 // The time-or-year column after month and day.
@@ -101,6 +116,11 @@ bool ParseTimeOrYear(const TokenList& tok, size_t at, DateMatch& m) {
     // Two blanks before a year mean ls's five-character column.
     bool padded = tok[at].begin >= 2 && tok[at].begin - 2 >= tok[at - 1].end;
     m.separatorBlanks = padded ? 1 : kAnyBlanks;
+    // VShell and some other imitations print the year and then the time
+    // ("Mar 14 2023 08:24"); ls never does, and pads its year column.
+    if (!padded && at + 2 < tok.size() && tok[at + 1].text.size() == 5 &&
+        ParseListTime(tok[at + 1].text, m.time))
+      m.lastToken = at + 1;
     return true;
   }
   if (!ParseListTime(t, m.time)) return false;
@@ -187,18 +207,89 @@ bool MatchNumericIso(const TokenList& tok, size_t i, DateMatch& m) {
   if (t.size() != 5 || t[2] != '-' || !ParseInt(t.substr(0, 2), m.month) || !ParseInt(t.substr(3), m.day) ||
       m.month < 1 || m.month > 12 || m.day < 1 || m.day > 31 || i + 1 >= tok.size())
     return false;
-  std::string_view time = tok[i + 1].text;
-  m.lastToken = i + 1;
-  return time.size() == 5 && ParseListTime(time, m.time);
+  // "MM-DD HH:MM", and "MM-DD YYYY" for older files.
+  return ParseTimeOrYear(tok, i + 1, m);
+}
+
+// Numbers alone: "2023/04/05 06:07", "25-03-2023 14:30", "2023.04.05",
+// "04-05-23". Day first with '.' and '-', month first with '/' (as the US
+// prints it), unless that reading is no date or a future one and the other
+// is not; with a year first the order is always year, month, day. A time
+// after the date is taken when present.
+bool MatchNumericDate(const TokenList& tok, size_t i, DateMatch& m) {
+  std::string_view t = tok[i].text;
+  if (t.size() < 8 || t.size() > 10) return false;
+  char sep = t[2] == '-' || t[2] == '/' || t[2] == '.' ? t[2] : t.size() > 4 ? t[4] : 0;
+  if (sep != '-' && sep != '/' && sep != '.') return false;
+  size_t a = t.find(sep), b = t.find(sep, a + 1);
+  if (b == std::string_view::npos || t.find(sep, b + 1) != std::string_view::npos) return false;
+  int f1 = 0, f2 = 0, f3 = 0;
+  std::string_view s1 = t.substr(0, a), s2 = t.substr(a + 1, b - a - 1), s3 = t.substr(b + 1);
+  if (s2.empty() || s2.size() > 2 || !ParseInt(s1, f1) || !ParseInt(s2, f2) || !ParseInt(s3, f3))
+    return false;
+  if (s1.size() == 4 && s3.size() <= 2) {
+    m.year = f1;
+    m.month = f2;
+    m.day = f3;
+  } else if (s1.size() <= 2 && (s3.size() == 2 || s3.size() == 4)) {
+    // Either order may be meant: the one this separator suggests is taken
+    // unless it gives no date or one in the future and the other does not.
+    const int year = s3.size() == 2 ? ExpandTwoDigitYear(f3) : f3;
+    const DateReading dayFirst{year, f2, f1}, monthFirst{year, f1, f2};
+    const DateReading readings[] = {sep == '/' ? monthFirst : dayFirst, sep == '/' ? dayFirst : monthFirst};
+    DateReading chosen;
+    if (!m.clock || !ChooseDateReading(readings, 2, *m.clock, chosen)) return false;
+    m.year = chosen.year;
+    m.month = chosen.month;
+    m.day = chosen.day;
+  } else {
+    return false;
+  }
+  if (!IsValidDate(m.year, m.month, m.day)) return false;
+  m.lastToken = i;
+  m.separatorBlanks = kAnyBlanks;
+  if (i + 2 < tok.size() && ParseListTime(tok[i + 1].text, m.time)) {
+    m.lastToken = i + 1;
+    m.separatorBlanks = 1;
+  }
+  return true;
+}
+
+// "10-Jan-24", "10-Jan-2024", optionally followed by a time.
+bool MatchDayMonthNameYear(const TokenList& tok, size_t i, DateMatch& m) {
+  std::string_view t = tok[i].text;
+  size_t a = t.find('-');
+  size_t b = a == std::string_view::npos ? a : t.find('-', a + 1);
+  if (b == std::string_view::npos || !ParseDay(t.substr(0, a), m.day)) return false;
+  std::string_view year = t.substr(b + 1);
+  if ((m.month = MonthFromName(t.substr(a + 1, b - a - 1))) == 0 || (year.size() != 2 && year.size() != 4) ||
+      !ParseInt(year, m.year))
+    return false;
+  if (year.size() == 2) m.year = ExpandTwoDigitYear(m.year);
+  m.lastToken = i;
+  m.separatorBlanks = kAnyBlanks;
+  if (i + 2 < tok.size() && ParseListTime(tok[i + 1].text, m.time)) {
+    m.lastToken = i + 1;
+    m.separatorBlanks = 1;
+  }
+  return true;
+}
+
+// A month as a number before the day: " 3 15 12:00", "11  2  2023".
+bool MatchNumericMonthDay(const TokenList& tok, size_t i, DateMatch& m) {
+  return i + 2 < tok.size() && tok[i].text.size() <= 2 && ParseInt(tok[i].text, m.month) && m.month >= 1 &&
+         m.month <= 12 && ParseDay(tok[i + 1].text, m.day) && ParseTimeOrYear(tok, i + 2, m);
 }
 
 // Chinese, Japanese and Korean dates with unit signs: "2025年12月15日",
 // "2026年 1月15日", "11月21日 06:17", "2019년  1월  5일", "11월 21일  06:17".
 bool MatchCjkDate(const TokenList& tok, size_t i, DateMatch& m) {
-  static constexpr std::string_view kSigns[3][2] = {
-      {"\xE5\xB9\xB4", "\xEB\x85\x84"},  // year
-      {"\xE6\x9C\x88", "\xEC\x9B\x94"},  // month
-      {"\xE6\x97\xA5", "\xEC\x9D\xBC"},  // day
+  // UTF-8 Chinese and Japanese, Korean, and the Japanese signs in Shift-JIS
+  // and EUC-JP as servers on older Japanese systems send them.
+  static constexpr std::string_view kSigns[3][4] = {
+      {"\xE5\xB9\xB4", "\xEB\x85\x84", "\x94\x4E", "\xC7\xAF"},  // year
+      {"\xE6\x9C\x88", "\xEC\x9B\x94", "\x8C\x8E", "\xB7\xEE"},  // month
+      {"\xE6\x97\xA5", "\xEC\x9D\xBC", "\x93\xFA", "\xC6\xFC"},  // day
   };
   int fields[3] = {0, 0, 0};  // year, month, day, in this order
   int next = 0;
@@ -243,8 +334,9 @@ using DateMatcher = bool (*)(const TokenList&, size_t, DateMatch&);
 // across all columns; only a line none of them fits is read in the rarer
 // forms, so that a group or size that looks like a year cannot mislead.
 constexpr DateMatcher kCommonForms[] = {MatchMonthDay, MatchDayMonth, MatchIsoDate};
-constexpr DateMatcher kRareForms[] = {MatchYearMonthDay, MatchNumericDayMonth, MatchNumericIso, MatchCjkDate,
-                                      MatchDayMonthJoined};
+constexpr DateMatcher kRareForms[] = {MatchYearMonthDay,     MatchNumericDayMonth, MatchNumericIso,
+                                      MatchCjkDate,          MatchDayMonthJoined,  MatchNumericDate,
+                                      MatchDayMonthNameYear, MatchNumericMonthDay};
 
 bool IsDeviceMajor(std::string_view t) {
   return t.size() >= 2 && t.back() == ',' && IsDigits(t.substr(0, t.size() - 1));
@@ -255,8 +347,49 @@ bool IsDevicePair(std::string_view t) {
   return comma != std::string_view::npos && IsDigits(t.substr(0, comma)) && IsDigits(t.substr(comma + 1));
 }
 
+// "33.5k", "2M", "1.2G": sizes that some servers print the way "ls -h"
+// does, in units of 1024.
+bool ParseUnitSize(std::string_view t, uint64_t& size) {
+  if (t.size() < 2 || t.size() > 12) return false;
+  int shift = 0;
+  switch (t.back()) {
+    case 'k':
+    case 'K':
+      shift = 10;
+      break;
+    case 'm':
+    case 'M':
+      shift = 20;
+      break;
+    case 'g':
+    case 'G':
+      shift = 30;
+      break;
+    case 't':
+    case 'T':
+      shift = 40;
+      break;
+    default:
+      return false;
+  }
+  t.remove_suffix(1);
+  size_t dot = t.find('.');
+  uint64_t whole = 0, fraction = 0, scale = 1;
+  if (!ParseUint(t.substr(0, dot), whole) || whole >= (uint64_t{1} << 20)) return false;
+  if (dot != std::string_view::npos) {
+    std::string_view digits = t.substr(dot + 1);
+    if (digits.empty() || digits.size() > 3 || !ParseUint(digits, fraction)) return false;
+    for (size_t i = 0; i < digits.size(); ++i) scale *= 10;
+  }
+  size = (whole << shift) + ((fraction << shift) / scale);
+  return true;
+}
+
 // The size column right before the date: a byte count, or a device's
-// "major, minor" (listed as size 0).
+// "major, minor" (listed as size 0). When owner and group overflow their
+// columns, ls prints them without a blank before the size: the size is then
+// the digits that end the word ("staff12345"), as long as a word of letters
+// stands before them.
 bool SizeBefore(const TokenList& tok, size_t dateAt, uint64_t& size) {
   std::string_view before = tok[dateAt - 1].text;
   if (ParseUint(before, size)) {
@@ -264,16 +397,37 @@ bool SizeBefore(const TokenList& tok, size_t dateAt, uint64_t& size) {
     size = 0;
     return dateAt - 2 >= 2;
   }
+  if (ParseUnitSize(before, size)) return true;
   size = 0;
-  return IsDevicePair(before);
+  if (IsDevicePair(before)) return true;
+  size_t digits = before.size();
+  while (digits > 0 && before[digits - 1] >= '0' && before[digits - 1] <= '9') --digits;
+  if (digits == before.size() || digits == 0 || dateAt < 2) return false;
+  char last = before[digits - 1];
+  bool letter = (last >= 'a' && last <= 'z') || (last >= 'A' && last <= 'Z') || last == '_';
+  return letter && ParseUint(before.substr(digits), size);
 }
 
-}  // namespace
+// Whether a word could belong to a date: a month, a time, a year or numbers
+// joined by date separators. A line without a date is only taken when none
+// of the words after its size looks like one, so that a line whose date is
+// damaged is refused instead of being read as a name.
+bool LooksLikeDatePart(std::string_view t) {
+  if (MonthFromName(t) != 0) return true;
+  bool digit = false;
+  for (char c : t) {
+    if (c >= '0' && c <= '9')
+      digit = true;
+    else if (c != ':' && c != '-' && c != '/' && c != '.' && c != ',')
+      return false;
+  }
+  return digit && (t.size() == 4 || t.find_first_of(":-/.") != std::string_view::npos);
+}
 
-bool ParseUnixLine(std::string_view line, const ListClock& clock, FtpListEntry& out) {
-  TokenList tok = Tokenize(line, 16);
-  if (tok.size() < 6 || !IsPermissionColumn(tok[0].text)) return false;
-
+// The columns after the first one: links, owner and group (any may be
+// missing), the size and the date, then the name.
+bool ParseLsColumns(std::string_view line, const TokenList& tok, FtpListEntry::Kind kind, bool linkArrow,
+                    const ListClock& clock, FtpListEntry& out) {
   // The date is found first: the size is the column right before it, and
   // everything between the permissions and the size is links, owner and group
   // (any of which a server may leave out).
@@ -297,6 +451,7 @@ bool ParseUnixLine(std::string_view line, const ListClock& clock, FtpListEntry& 
     for (size_t i = from; dateAt == 0 && i <= kLastDateToken && i < tok.size(); ++i) {
       for (DateMatcher match : forms) {
         DateMatch candidate;
+        candidate.clock = &clock;
         if (!match(tok, i, candidate) || !SizeBefore(tok, i, size)) continue;
         m = candidate;
         dateAt = i;
@@ -305,37 +460,71 @@ bool ParseUnixLine(std::string_view line, const ListClock& clock, FtpListEntry& 
     }
     if (dateAt != 0) break;
   }
-  if (dateAt == 0 || m.lastToken + 1 >= tok.size()) return false;
 
-  size_t nameStart = tok[m.lastToken].end;
-  for (size_t skipped = 0; skipped < m.separatorBlanks && nameStart < line.size() && IsBlank(line[nameStart]);
-       ++skipped)
-    ++nameStart;
+  size_t nameStart = 0;
+  std::optional<int64_t> mtime;
+  if (dateAt != 0) {
+    if (m.lastToken + 1 >= tok.size()) return false;
+    nameStart = tok[m.lastToken].end;
+    for (size_t skipped = 0;
+         skipped < m.separatorBlanks && nameStart < line.size() && IsBlank(line[nameStart]); ++skipped)
+      ++nameStart;
+    int year = m.year != 0 ? m.year : YearForYearlessDate(clock, m.month, m.day, m.time);
+    if (!IsValidDate(year, m.month, m.day)) return false;
+    mtime = UnixFromCivil(year, m.month, m.day, m.time.hour, m.time.minute, m.time.second) - m.zoneOffset;
+  } else {
+    // No date at all: "links owner group size name" and nothing else.
+    if (tok.size() < 6 || !IsDigits(tok[1].text) || !ParseUint(tok[4].text, size)) return false;
+    for (size_t i = 5; i < tok.size() && i < 8; ++i)
+      if (LooksLikeDatePart(tok[i].text)) return false;
+    nameStart = tok[4].end + 1;
+  }
   std::string_view name = line.substr(nameStart);
   if (name.empty()) return false;
 
-  char type = tok[0].text[0];
-  auto kind = type == 'd'   ? FtpListEntry::Kind::Directory
-              : type == 'l' ? FtpListEntry::Kind::Link
-                            : FtpListEntry::Kind::File;
   std::string_view target;
-  if (kind == FtpListEntry::Kind::Link) {
+  if (linkArrow) {
     size_t arrow = name.find(" -> ");
     if (arrow != std::string_view::npos && arrow > 0) {
       target = name.substr(arrow + 4);
       name = name.substr(0, arrow);
     }
   }
-  int year = m.year != 0 ? m.year : YearForYearlessDate(clock, m.month, m.day, m.time);
-  if (!IsValidDate(year, m.month, m.day)) return false;
   // Assigned, not built anew: a caller parsing a listing into one entry
   // keeps the strings' storage from line to line.
   out.kind = kind;
   out.name.assign(name);
   out.linkTarget.assign(target);
   out.size = size;
-  out.mtime = UnixFromCivil(year, m.month, m.day, m.time.hour, m.time.minute, m.time.second) - m.zoneOffset;
+  out.mtime = mtime;
   return true;
+}
+
+}  // namespace
+
+bool ParseUnixLine(std::string_view line, const ListClock& clock, FtpListEntry& out) {
+  TokenList tok = Tokenize(line, 16);
+  if (tok.size() < 6 || !IsPermissionColumn(tok[0].text)) return false;
+  char type = tok[0].text[0];
+  auto kind = type == 'd'   ? FtpListEntry::Kind::Directory
+              : type == 'l' ? FtpListEntry::Kind::Link
+                            : FtpListEntry::Kind::File;
+  return ParseLsColumns(line, tok, kind, kind == FtpListEntry::Kind::Link, clock, out);
+}
+
+// Connect:Enterprise mailboxes list their batches with a column of batch
+// flags and the protocol in place of the permissions
+// ("-CR-E-----TCP A BATCH7 ... 2048 Mar 12 09:30 PAYROLL"); the rest is ls's.
+bool ParseConnectEnterpriseLine(std::string_view line, const ListClock& clock, FtpListEntry& out) {
+  TokenList tok = Tokenize(line, 16);
+  if (tok.size() < 6) return false;
+  std::string_view flags = tok[0].text;
+  if (flags.size() < 13 || flags.size() > 16 || flags[0] != '-') return false;
+  for (char c : flags)
+    if (c != '-' && (c < 'A' || c > 'Z')) return false;
+  std::string_view protocol = flags.substr(10);
+  if (protocol != "FTP" && protocol != "TCP" && protocol != "BSC" && protocol != "SNA") return false;
+  return ParseLsColumns(line, tok, FtpListEntry::Kind::File, false, clock, out);
 }
 
 }  // namespace ftpzn::inet::listparse

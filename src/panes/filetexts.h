@@ -13,9 +13,12 @@ namespace ftpzn {
 struct FileListItem {
   wxString name;
   uint32_t size = 0;  // low 32 bits of the length, as the enumeration gives it
-  wxString typeText;
+  wxString typeText;  // empty until a pane first shows it (see CFtpListzn)
   uint64_t time = 0;  // file time: 100 ns units since 1601-01-01 UTC
   int folder = 0;     // non-zero for folders and for the parent row
+  // A link on the server: not a folder (walks never follow it), but opened
+  // as one when the server lets the client change into it.
+  int link = 0;
 };
 
 // The "..Up" row: size 1, both halves of its time 1, so it dates from 1601.

@@ -6,7 +6,9 @@
 #include <wx/menu.h>
 
 #include <algorithm>
+#include <exception>
 #include <memory>
+#include <utility>
 
 #include "mainwnd/dlgftpmainwnd.h"
 #include "res/menus.h"
@@ -77,14 +79,15 @@ int CFtpListzn::InsertRecord(int row, FileListItem record) {
   return static_cast<int>(at);
 }
 
-int CFtpListzn::InsertFoundItem(int row, const wxString& name, uint64_t length, uint64_t lastWrite,
-                                bool directory) {
+int CFtpListzn::InsertFoundItem(int row, wxString name, uint64_t length, uint64_t lastWrite, bool directory,
+                                bool link) {
   FileListItem record;
-  record.name = name;
+  record.name = std::move(name);
   record.size = static_cast<uint32_t>(length);
   record.time = lastWrite;
   record.folder = directory ? 1 : 0;
-  record.typeText = directory ? wxString("Folder") : ftpzn::ShellTypeText(name);
+  record.link = link ? 1 : 0;
+  if (directory) record.typeText = "Folder";
   return InsertRecord(row, std::move(record));
 }
 
@@ -106,7 +109,6 @@ int CFtpListzn::InsertNamedItem(int row, const wxString& name, unsigned size) {
   FileListItem record;
   record.name = name;
   record.size = size;
-  record.typeText = ftpzn::ShellTypeText(name);
   record.time = ftpzn::FileTimeNow();
   return InsertRecord(row, std::move(record));
 }
@@ -121,6 +123,14 @@ int CFtpListzn::InsertNamedFolder(int row, const wxString& name) {
 }
 
 void CFtpListzn::ClearRows() { DeleteAllItems(); }
+
+void CFtpListzn::ReserveRows(size_t count) {
+  try {
+    m_rows.reserve(count);
+  } catch (const std::exception&) {
+    // Without the room the rows still go in one by one.
+  }
+}
 
 bool CFtpListzn::DeleteAllItems() {
   m_rows.clear();
@@ -143,6 +153,14 @@ int CFtpListzn::IsItemFolder(int row) const {
   return record ? record->folder : 0;
 }
 
+const wxString& CFtpListzn::GetItemTypeText(int row) const {
+  static const wxString none;
+  if (row < 0 || static_cast<size_t>(row) >= m_rows.size()) return none;
+  FileListItem& record = m_rows[static_cast<size_t>(row)];
+  if (record.typeText.empty()) record.typeText = ftpzn::ShellTypeText(record.name);
+  return record.typeText;
+}
+
 wxString CFtpListzn::GetRowName(int row) const {
   const FileListItem* record = GetRecord(row);
   return record ? record->name : wxString();
@@ -161,7 +179,7 @@ wxString CFtpListzn::OnGetItemText(long item, long column) const {
     case 1:
       return record->folder ? wxString() : ftpzn::FormatSizeKb(record->size, 0);
     case 2:
-      return ftpzn::DisplayText(record->typeText);
+      return ftpzn::DisplayText(GetItemTypeText(static_cast<int>(item)));
     case 3:
       // A time that cannot be shown leaves the cell empty.
       return ftpzn::FormatFileDate(record->time).value_or(wxString());

@@ -50,7 +50,10 @@ class CFtpListzn : public ftpzn::EventGuard<wxListCtrl> {
 
   // The row inserts. Each returns the new row's index, or -1.
   int InsertFoundItem(int row, const ftpzn::LocalFoundEntry& found);
-  int InsertFoundItem(int row, const wxString& name, uint64_t length, uint64_t lastWrite, bool directory);
+  // The name is taken by value: a caller that has no further use for its
+  // string moves it in, which saves a copy per row of a long listing.
+  int InsertFoundItem(int row, wxString name, uint64_t length, uint64_t lastWrite, bool directory,
+                      bool link = false);
   // The variant that asked the first platform's list to keep the texts; a
   // virtual list asks for them every time, so it inserts the same row.
   int InsertFoundItemKeepingTexts(int row, const wxString& name, uint64_t length, uint64_t lastWrite,
@@ -82,6 +85,9 @@ class CFtpListzn : public ftpzn::EventGuard<wxListCtrl> {
 
   unsigned GetItemSize(int row) const;
   int IsItemFolder(int row) const;
+  // The type text a row shows: asked of the desktop for the rows being
+  // painted only, and kept once known.
+  const wxString& GetItemTypeText(int row) const;
   // The record of a row, or null past the end.
   const FileListItem* GetRecord(int row) const;
   // Column 0 of a row: the name.
@@ -116,6 +122,8 @@ class CFtpListzn : public ftpzn::EventGuard<wxListCtrl> {
   // commands come to this pane.
   void ShowMainMenuPopup(int index, const wxContextMenuEvent& event);
 
+  // Room for `count` rows, for a fill that knows how many are coming.
+  void ReserveRows(size_t count);
   // While filling, the control learns the row count once at the end.
   class FillBatch {
    public:
@@ -133,7 +141,10 @@ class CFtpListzn : public ftpzn::EventGuard<wxListCtrl> {
   void SyncItemCount();
   void OnMouseDoubleClick(wxMouseEvent& event);
 
-  std::vector<FileListItem> m_rows;
+  // Mutable for the type texts, filled in as rows are first painted: the
+  // desktop's type guess for every row of a large listing cost as much as
+  // the listing itself.
+  mutable std::vector<FileListItem> m_rows;
   int m_fillDepth = 0;
   wxWeakRef<wxGenericAnimationCtrl> m_busyAnimation;
 };

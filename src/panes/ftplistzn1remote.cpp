@@ -5,6 +5,8 @@
 #include <wx/utils.h>
 
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 #include "inet/inet.h"
@@ -42,7 +44,20 @@ void Tell(const wxString& text) { ftpzn::MessageBox(text); }
 
 int LastError() { return static_cast<int>(inet::GetLastError()); }
 
-bool IsDotsName(const wxString& name) { return name.IsSameAs(".", false) || name.IsSameAs("..", false); }
+bool IsDotsName(const wxString& name) {
+  return name.length() <= 2 && (name.IsSameAs(".", false) || name.IsSameAs("..", false));
+}
+
+// The entry's name as a row holds it. Most names are ASCII, which is the
+// same text in every reading: those are made straight from the listed
+// bytes, which spares the general decoding a long listing's every row.
+wxString RowName(const inet::CFtpFileFind& find) {
+  const std::string_view bytes = find.GetEntryView().name;
+  for (char c : bytes) {
+    if (static_cast<unsigned char>(c) >= 0x80) return wxString(find.GetFileName());
+  }
+  return wxString::FromAscii(bytes.data(), bytes.size());
+}
 
 bool AskName(wxWindow* parent, const wxString& title, const wxString* initial, wxString& typed) {
   CDlgInputString dialog(parent);
@@ -64,14 +79,20 @@ bool CFtpListzn1Remote::Create(wxWindow* parent, wxWindowID id, const wxPoint& p
 void CFtpListzn1Remote::ShowFound(inet::CFtpFileFind& find, bool found) {
   FillBatch batch(*this);
   ClearRows();
+  if (found) ReserveRows(find.GetCount() + 1);
   InsertParentItem();
   int row = 1;
   // The finder stands before its first entry; its step answers false once
   // it has moved onto the last one.
   for (bool more = found; more;) {
     more = find.FindNextFile();
-    if (IsDotsName(find.GetFileName())) continue;
-    if (InsertFoundItem(row, find) >= 0) ++row;
+    wxString name = RowName(find);
+    if (IsDotsName(name)) continue;
+    uint64_t lastWrite = 0;
+    find.GetLastWriteTime(lastWrite);
+    const bool link = find.MatchesMask(inet::FILE_ATTRIBUTE_REPARSE_POINT);
+    if (InsertFoundItem(row, std::move(name), find.GetLength(), lastWrite, find.IsDirectory(), link) >= 0)
+      ++row;
   }
 }
 
@@ -116,12 +137,15 @@ int CFtpListzn1Remote::OpenItem(int row) {
     return 0;
   }
   const FileListItem* record = GetRecord(row);
-  if (!record || !record->folder) return 0;
+  if (!record || (!record->folder && !record->link)) return 0;
+  const bool link = !record->folder;
   const wxString current = m_pstrDirectory ? *m_pstrDirectory : wxString();
   const wxString path = current + "/" + record->name;
   inet::CFtpFileFind find(m_pConnection, kFindContext);
   if (!m_pConnection->SetCurrentDirectory(path.ToStdWstring())) {
-    Tell(wxString::Format("Set directory:%s error:%d \n", path, LastError()));
+    // A link is only tried as a folder: one the server will not enter (a
+    // link to a file, or to nothing) leaves the pane as it was, unannounced.
+    if (!link) Tell(wxString::Format("Set directory:%s error:%d \n", path, LastError()));
     find.Close();
     return 0;
   }

@@ -1,5 +1,6 @@
-// Every line of the input through the listing parsers, as a LIST and as an
-// MLSD listing would reach them; the first eight bytes set the clock.
+// Every line of the input through the listing parsers, as a LIST listing
+// (line after line through one reader, which joins two-line entries) and as
+// an MLSD listing would reach them; the first eight bytes set the clock.
 #include <cstdint>
 #include <cstring>
 #include <string_view>
@@ -20,11 +21,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   }
   std::string_view rest(reinterpret_cast<const char*>(data), size);
   FtpListEntry entry;
+  ListLineReader reader(clock);
   while (!rest.empty()) {
     const size_t lf = rest.find('\n');
     const std::string_view line = rest.substr(0, lf);
     rest = lf == std::string_view::npos ? std::string_view() : rest.substr(lf + 1);
-    ParseListLine(line, clock, entry);
+    reader.Parse(line, entry);
     ParseMlsdLine(line, entry);
   }
   return 0;

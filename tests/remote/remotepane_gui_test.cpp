@@ -250,6 +250,48 @@ TEST_P(RemotePane, IntoAFolderAnEmptyFolderAndBackUp) {
   EXPECT_EQ(ServerDirectory(), Remote("empty").ToStdWstring());
 }
 
+// Links on the server: one to a folder opens like the folder; one to a
+// file, or to nothing, is tried and leaves the pane as it was, without a
+// message (an unexpected message box fails the test).
+TEST_P(RemotePane, ALinkIsTriedAsAFolder) {
+  Make({"real/inside.txt", "plain.txt"});
+  fs::create_directory_symlink("real", Local("to-real"));
+  fs::create_symlink("plain.txt", Local("to-plain"));
+  fs::create_symlink("nowhere", Local("to-nothing"));
+  ASSERT_TRUE(Show(Remote()));
+  // proftpd leaves a link to nothing out of its listings.
+  std::set<wxString> listed{"plain.txt", "real", "to-plain", "to-real"};
+  if (GetParam() != FtpServerKind::Proftpd) listed.insert("to-nothing");
+  EXPECT_EQ(Rows(), listed);
+  const FileListItem* record = Pane().GetRecord(RowOf("to-real"));
+  ASSERT_NE(record, nullptr);
+  // vsftpd lists it as a link in LIST ("l"), pure-ftpd and proftpd in MLSD
+  // (OS.unix=slink, OS.unix=symlink).
+  EXPECT_TRUE(record->link);
+  EXPECT_FALSE(record->folder);
+  const FileListItem* file = Pane().GetRecord(RowOf("to-plain"));
+  ASSERT_NE(file, nullptr);
+  EXPECT_FALSE(file->folder);
+
+  for (const char* name : {"to-plain", "to-nothing"}) {
+    if (!listed.count(name)) continue;
+    SCOPED_TRACE(name);
+    EXPECT_EQ(Pane().OpenItem(RowOf(name)), 0);
+    EXPECT_EQ(Rows(), listed);
+    EXPECT_EQ(m_window->m_strRemoteDir, Remote());
+    EXPECT_EQ(PathBox(), Remote());
+    EXPECT_EQ(ServerDirectory(), Remote().ToStdWstring());
+  }
+  EXPECT_TRUE(NewMessages().empty());
+
+  Pane().DoubleClickRow(RowOf("to-real"));
+  EXPECT_EQ(Rows(), std::set<wxString>{"inside.txt"});
+  // The server names the directory it is in: the link's path or its target's.
+  const wxString entered = m_window->m_strRemoteDir;
+  EXPECT_TRUE(entered == Remote("to-real") || entered == Remote("real")) << entered;
+  EXPECT_EQ(PathBox(), entered);
+}
+
 TEST_P(RemotePane, UpFromPubListsTheRootAndFromTheRootAgain) {
   ASSERT_TRUE(Show("/pub"));
   EXPECT_EQ(Rows(), std::set<wxString>{"data"});

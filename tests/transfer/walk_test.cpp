@@ -156,6 +156,28 @@ TEST(HostileListing, NamesThatAreNoFileNamesAreSkippedWithATraceLine) {
   ftpzn::testing::RemoveTree(local);
 }
 
+// A link on the server is never entered, so a link to its own folder
+// cannot make the walk endless: it is an entry of its folder like a file (a
+// change into it would be a command the script does not expect).
+TEST(HostileListing, ALinkLoopIsNotFollowed) {
+  const std::string listing =
+      "lrwxrwxrwx 1 u g 1 Jan 10  2020 self -> .\r\n"
+      "-rw-r--r-- 1 u g 3 Jan 10  2020 f.txt\r\n";
+  fake::FakeServer server(fake::Plus(
+      fake::Login(),
+      {fake::On("PWD", "257 \"/\"\r\n"), fake::On("CWD /l", "250 ok\r\n"), fake::On("TYPE A", "200 ok\r\n"),
+       fake::Epsv(), fake::Transfer("LIST", listing), fake::On("CWD /", "250 ok\r\n")}));
+  ftpzn::inet::CInternetSession session;
+  auto connection = session.GetFtpConnection(L"127.0.0.1", L"u", L"p", server.Port(), true);
+  RecordingObserver observer;
+  std::vector<TreeEntry> entries;
+  EXPECT_EQ(ftpzn::RemoteTreeWalk(connection.get(), "/l", entries, observer), 1);
+  const std::vector<TreeEntry> expected = {{"/l", "/", 0}, {"/l/", "self", 1}, {"/l/", "f.txt", 3}};
+  EXPECT_EQ(entries, expected);
+  EXPECT_EQ(observer.directories, std::vector<wxString>{"/l"});
+  EXPECT_EQ(server.Problem(), "");
+}
+
 TEST(LocalWalk, SortedDepthFirstAndLinksToFoldersNotFollowed) {
   const std::string root = ftpzn::testing::MakeScratchDir("ftpzn-lwalk-");
   fs::create_directories(root + "/sub/deeper");
