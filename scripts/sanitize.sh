@@ -4,7 +4,9 @@
 # suite there, GUI tests included. Leaks inside the system's own libraries
 # (GTK, GLib, fontconfig, X11, the framework) are suppressed by name in
 # scripts/lsan.supp; a leak anywhere in our code still fails its test.
-# Extra arguments go to ctest.
+# The install test is left out: it builds a host of its own without the
+# sanitizers, and such a host cannot load an instrumented library. Extra
+# arguments go to ctest.
 set -e
 cd "$(dirname "$0")/.."
 ROOT=$(pwd)
@@ -20,4 +22,4 @@ export ASAN_OPTIONS="detect_leaks=1:abort_on_error=0:detect_stack_use_after_retu
 export LSAN_OPTIONS="suppressions=$ROOT/scripts/lsan.supp:print_suppressions=0:${LSAN_OPTIONS:-}"
 export UBSAN_OPTIONS="print_stacktrace=1:halt_on_error=1:${UBSAN_OPTIONS:-}"
 cd "$BUILD_DIR"
-ctest --output-on-failure "$@"
+ctest --output-on-failure -E '^ftpzn_install$' "$@"

@@ -8,7 +8,12 @@
 
 #include <algorithm>
 
-CDlgProgress::~CDlgProgress() { m_bValid = 0; }
+CDlgProgress::~CDlgProgress() {
+  m_bValid = 0;
+  // Stopped here, while this object is whole: the base class's destruction
+  // would still let the animation's timer tick into a half-destroyed dialog.
+  if (m_animate) m_animate->Stop();
+}
 
 bool CDlgProgress::Create(wxWindow* parent, ftpzn::ManualResetEvent* cancelEvent) {
   m_hCancelEvent = cancelEvent;
@@ -40,10 +45,6 @@ void CDlgProgress::OnInitDialog() {
     m_animate->SetAnimation(frames);
     m_animate->Play(true);
   }
-  Bind(wxEVT_DESTROY, [this](wxWindowDestroyEvent& event) {
-    if (event.GetEventObject() == this) m_animate->Stop();
-    event.Skip();
-  });
 }
 
 void CDlgProgress::OnCancel() {
