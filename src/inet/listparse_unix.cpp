@@ -211,6 +211,18 @@ bool MatchNumericIso(const TokenList& tok, size_t i, DateMatch& m) {
   return ParseTimeOrYear(tok, i + 1, m);
 }
 
+// A date in token i ends the date, unless a time follows it (and a name
+// after that): then the time does, one blank before the name.
+bool EndAtDateOrTime(const TokenList& tok, size_t i, DateMatch& m) {
+  m.lastToken = i;
+  m.separatorBlanks = kAnyBlanks;
+  if (i + 2 < tok.size() && ParseListTime(tok[i + 1].text, m.time)) {
+    m.lastToken = i + 1;
+    m.separatorBlanks = 1;
+  }
+  return true;
+}
+
 // Numbers alone: "2023/04/05 06:07", "25-03-2023 14:30", "2023.04.05",
 // "04-05-23". Day first with '.' and '-', month first with '/' (as the US
 // prints it), unless that reading is no date or a future one and the other
@@ -246,13 +258,7 @@ bool MatchNumericDate(const TokenList& tok, size_t i, DateMatch& m) {
     return false;
   }
   if (!IsValidDate(m.year, m.month, m.day)) return false;
-  m.lastToken = i;
-  m.separatorBlanks = kAnyBlanks;
-  if (i + 2 < tok.size() && ParseListTime(tok[i + 1].text, m.time)) {
-    m.lastToken = i + 1;
-    m.separatorBlanks = 1;
-  }
-  return true;
+  return EndAtDateOrTime(tok, i, m);
 }
 
 // "10-Jan-24", "10-Jan-2024", optionally followed by a time.
@@ -266,13 +272,7 @@ bool MatchDayMonthNameYear(const TokenList& tok, size_t i, DateMatch& m) {
       !ParseInt(year, m.year))
     return false;
   if (year.size() == 2) m.year = ExpandTwoDigitYear(m.year);
-  m.lastToken = i;
-  m.separatorBlanks = kAnyBlanks;
-  if (i + 2 < tok.size() && ParseListTime(tok[i + 1].text, m.time)) {
-    m.lastToken = i + 1;
-    m.separatorBlanks = 1;
-  }
-  return true;
+  return EndAtDateOrTime(tok, i, m);
 }
 
 // A month as a number before the day: " 3 15 12:00", "11  2  2023".
