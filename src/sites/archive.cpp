@@ -93,7 +93,7 @@ bool ResolveLinks(std::string& path) {
     if (!S_ISLNK(info.st_mode)) return true;
     std::string target(4096, '\0');
     const ssize_t n = ::readlink(path.c_str(), target.data(), target.size());
-    if (n < 0 || static_cast<size_t>(n) >= target.size()) return false;
+    if (n <= 0 || static_cast<size_t>(n) >= target.size()) return false;
     target.resize(static_cast<size_t>(n));
     if (target.front() != '/') {
       const size_t slash = path.rfind('/');
