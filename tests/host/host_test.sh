@@ -13,20 +13,12 @@ home=$(mktemp -d)
 trap 'rm -rf "$home"' EXIT
 export HOME="$home"
 
-window_of() {  # waits (bounded) for the FTP window of process $1
-  i=0
-  while [ $i -lt 100 ]; do
-    w=$(xdotool search --onlyvisible --pid "$1" --name "FTP transfer" 2>/dev/null | head -1)
-    [ -n "$w" ] && { echo "$w"; return 0; }
-    i=$((i + 1)); sleep 0.1
-  done
-  return 1
-}
+. "$(dirname "$0")/../support/window_of.sh"
 
 run_case() {  # name, expected exit code, action on the window
   "$HOST" --local-dir /tmp >"$home/out" 2>"$home/err" &
   pid=$!
-  w=$(window_of $pid) || { echo "FAIL $1: no window"; kill $pid; fail=1; return; }
+  w=$(window_of $pid "FTP transfer") || { echo "FAIL $1: no window"; kill $pid; fail=1; return; }
   sleep 1
   $3 "$w"
   i=0
@@ -74,7 +66,7 @@ download_case() {
     --login ftpzntest --password ftpzn-Pa55 --path /pub --retries 1 --delay 1 --passive >/dev/null
   "$home/bin/ftpzn-host" --local-dir "$home/local" >"$home/out" 2>"$home/err" &
   pid=$!
-  if w=$(window_of $pid); then
+  if w=$(window_of $pid "FTP transfer"); then
     sleep 1
     click "$w" 424 85  # Connect
     d=$(xdotool search --sync --onlyvisible --name "FTP Sites" | head -1)

@@ -44,15 +44,7 @@ else
 fi
 
 # --- hosts built outside the project ---
-window_of() {  # pid, title: waits (bounded) for that process's window
-  i=0
-  while [ $i -lt 150 ]; do
-    w=$(xdotool search --onlyvisible --pid "$1" --name "$2" 2>/dev/null | head -1)
-    [ -n "$w" ] && { echo "$w"; return 0; }
-    i=$((i + 1)); sleep 0.1
-  done
-  return 1
-}
+. "$(dirname "$0")/../support/window_of.sh"
 
 run_modal_to_exit() {  # name, host binary
   "$2" --modal >"$work/host.out" 2>"$work/host.err" &
