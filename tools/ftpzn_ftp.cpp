@@ -24,7 +24,8 @@ using namespace ftpzn::inet;
 namespace {
 
 constexpr const char* kUsage =
-    "usage: ftpzn-ftp [--active|--passive] [--timeout SECONDS] [--verbose] COMMAND ARGS\n"
+    "usage: ftpzn-ftp [--active|--passive] [--timeout SECONDS] [--verbose]\n"
+    "                 [--insecure | --fingerprint SHA256:HEX] COMMAND ARGS\n"
     "       ftpzn-ftp --help | --version\n"
     "  ls URL                 list a directory: type, size, time (UTC), name; control\n"
     "                         characters in names are escaped (\\t, \\x1b, \\\\ ...)\n"
@@ -33,7 +34,11 @@ constexpr const char* kUsage =
     "  mkdir URL | rmdir URL | rm URL\n"
     "  pwd URL                print the server's directory after login (and cd to the URL's path)\n"
     "  parse-list             parse LIST or MLSD lines from standard input\n"
-    "URL: ftp://[user[:password]@]host[:port]/path (percent-encoding decoded)\n"
+    "URL: ftp://[user[:password]@]host[:port]/path (percent-encoding decoded);\n"
+    "     ftpes://... for explicit TLS (AUTH TLS, port 21), ftps://... for implicit\n"
+    "     TLS (port 990). The server's certificate must be trusted by the system and\n"
+    "     name the host; --fingerprint accepts the one certificate with that SHA-256\n"
+    "     fingerprint, --insecure accepts any.\n"
     "Exit status: 0 done, 1 failed (the server's refusal or the error on standard error),\n"
     "2 usage error.\n";
 
@@ -46,6 +51,7 @@ constexpr uint32_t kBlock = 4096;  // what the transfer workers move per call
 struct Target {
   std::wstring host, user, password, path;  // path relative to the login directory
   uint16_t port = 21;
+  TlsMode tls = TlsMode::None;
 };
 
 struct Failure {
@@ -136,8 +142,13 @@ bool NeedsEscape(std::string_view text) {
 class ToolSession : public CInternetSession {
  public:
   bool verbose = false;
+  bool insecure = false;
   void OnProtocolTrace(bool sent, const std::string& line) override {
     if (verbose) std::fprintf(stderr, "%s %s\n", sent ? ">" : "<", Escaped(line).c_str());
+  }
+  bool OnUntrustedCertificate(const std::wstring&, uint16_t, const TlsPeerInfo& peer) override {
+    if (verbose && insecure) std::fprintf(stderr, "* accepted anyway (--insecure): %s\n", peer.problemText.c_str());
+    return insecure;
   }
 };
 
@@ -146,10 +157,12 @@ Target ParseTarget(const std::string& url) {
   std::wstring server, object, user, password;
   uint16_t port = 0;
   if (!ParseURLEx(WireToWide(url), service, server, object, port, user, password) ||
-      service != AFX_INET_SERVICE_FTP || server.empty()) {
+      (service != AFX_INET_SERVICE_FTP && service != INET_SERVICE_FTPES && service != INET_SERVICE_FTPS) ||
+      server.empty()) {
     throw Failure{"not an FTP URL: " + MaskPassword(url)};
   }
   Target t;
+  t.tls = TlsModeForService(service);
   t.host = server;
   t.port = port;
   t.user = DecodeUrlComponent(user);
@@ -181,6 +194,8 @@ Target ParseTarget(const std::string& url) {
                        std::isdigit(static_cast<unsigned char>(reply[1])) &&
                        std::isdigit(static_cast<unsigned char>(reply[2]));
   if (refused) throw Failure{shown + "\n(" + engine + ")"};
+  if (code == kErrCertUntrusted || code == kErrCertDate || code == kErrCertHost)
+    shown += "\n(--fingerprint SHA256:... accepts this one certificate, --insecure any)";
   throw Failure{engine + "\nlast reply: " + shown};
 }
 
@@ -323,7 +338,8 @@ int ParseListFromStdin() {
 }
 
 int Run(std::vector<std::string> args) {
-  bool passive = true, verbose = false;
+  bool passive = true, verbose = false, insecure = false;
+  std::string fingerprint;
   uint32_t timeoutMs = 0;
   while (!args.empty() && args.front().rfind("-", 0) == 0) {
     std::string option = args.front();
@@ -340,6 +356,15 @@ int Run(std::vector<std::string> args) {
       passive = true;
     } else if (option == "--verbose") {
       verbose = true;
+    } else if (option == "--insecure") {
+      insecure = true;
+    } else if (option == "--fingerprint" && !args.empty()) {
+      fingerprint = NormalizeFingerprint(args.front());
+      if (fingerprint.empty())
+        throw UsageError{"--fingerprint needs SHA256: and 64 hex digits, not " + args.front()};
+      args.erase(args.begin());
+    } else if (option == "--fingerprint") {
+      throw UsageError{"--fingerprint needs a value"};
     } else if (option == "--timeout" && !args.empty()) {
       char* end = nullptr;
       double seconds = std::strtod(args.front().c_str(), &end);
@@ -370,6 +395,8 @@ int Run(std::vector<std::string> args) {
   Target t = ParseTarget(command == "put" ? args[1] : args[0]);
   ToolSession session;
   session.verbose = verbose;
+  session.insecure = insecure;
+  if (!fingerprint.empty()) session.TrustCertificate(fingerprint);
   if (timeoutMs) {
     session.SetOption(INTERNET_OPTION_CONNECT_TIMEOUT, timeoutMs);
     session.SetOption(INTERNET_OPTION_SEND_TIMEOUT, timeoutMs);
@@ -377,10 +404,12 @@ int Run(std::vector<std::string> args) {
   }
   std::unique_ptr<CFtpConnection> c;
   try {
-    c = session.GetFtpConnection(t.host, t.user, t.password, t.port, passive);
+    c = session.GetFtpConnection(t.host, t.user, t.password, t.port, passive, t.tls);
   } catch (const CInternetException& e) {
     EngineFailure(e.m_dwError);
   }
+  if (const TlsPeerInfo* tls = c->GetTlsInfo(); tls && verbose)
+    std::fprintf(stderr, "* %s, %s\n", tls->protocol.c_str(), tls->cipher.c_str());
 
   if (command == "ls" || command == "pwd") {
     if (!t.path.empty()) Check(c->SetCurrentDirectory(t.path));

@@ -65,10 +65,17 @@ constexpr ErrorText kErrorTexts[] = {
     {12032, "Calls for the Win32 Internet function to redo the request."},
     {12033, "The request to the proxy was invalid."},
     {12036, "The request failed because the handle already exists."},
+    // The TLS codes come after the platform's own range, so the error-text
+    // lookup of the connection code (12001 to 12111) never gives them; the
+    // engine's exceptions do.
+    {12037, "The server's certificate has expired or is not valid yet."},
+    {12038, "The server's certificate was issued for another host name."},
+    {12045, "The server's certificate is not signed by a trusted authority."},
     {12110,
      "The requested operation cannot be made on the FTP session  handle because an operation is already in "
      "progress."},
     {12111, "The FTP operation was not completed because the session was aborted."},
+    {12157, "The secure (TLS) connection to the server could not be established."},
 };
 
 }  // namespace

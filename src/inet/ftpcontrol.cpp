@@ -217,8 +217,13 @@ void FtpControl::Open(const std::string& host, uint16_t port, const std::string&
   m_observer.OnStatus(kConnected, {});
   m_peer = PeerAddress(fd.Get());
   m_local = LocalAddress(fd.Get());
-  m_stream = MakeStream(std::move(fd), host);
+  m_host = host.size() > 2 && host.front() == '[' && host.back() == ']' ? host.substr(1, host.size() - 2) : host;
+  m_stream = std::make_unique<SocketStream>(std::move(fd), host);
   m_reader = std::make_unique<ReplyReader>(*m_stream);
+  if (m_tls != TlsMode::None) {
+    m_resumption = std::make_shared<TlsResumption>(m_host + " " + std::to_string(port));
+    if (m_tls == TlsMode::Implicit) StartTls();
+  }
 
   FtpReply greeting = ReadReply();
   for (int i = 0; i < 8 && greeting.Preliminary(); ++i) greeting = ReadReply();  // "120 ready in n minutes"
@@ -226,8 +231,46 @@ void FtpControl::Open(const std::string& host, uint16_t port, const std::string&
     Drop();
     throw Refusal(greeting, ReplyContext::Greeting);
   }
+  if (m_tls == TlsMode::Explicit) {
+    FtpReply reply = Command("AUTH TLS");
+    if (reply.code != 234) {
+      // Never on in clear text: the user asked for TLS.
+      Drop();
+      throw NetError(kErrSecureChannel, "the server refused TLS: " + reply.Text());
+    }
+    StartTls();
+  }
   Login(user, password);
+  if (m_tls != TlsMode::None) {
+    // No buffer size on a stream; and the data connections are protected.
+    Expect("PBSZ 0");
+    Expect("PROT P");
+  }
   ReadFeatures();
+}
+
+void FtpControl::StartTls() {
+  // Whatever came after "234" in clear text is dropped with the reader: an
+  // attacker on the path could have put replies there for the client to
+  // take as coming from inside TLS.
+  m_reader.reset();
+  Fd fd = static_cast<SocketStream&>(*m_stream).ReleaseFd();
+  m_stream.reset();
+  std::unique_ptr<TlsStream> tls;
+  try {
+    tls = TlsStream::Connect(std::move(fd), m_host, m_resumption, Deadline::After(m_timeouts.connectMs));
+  } catch (const NetError&) {
+    Drop();
+    throw;
+  }
+  m_tlsPeer = tls->Peer();
+  m_stream = std::move(tls);
+  m_reader = std::make_unique<ReplyReader>(*m_stream);
+  if (m_tlsPeer.problem != 0 && !m_observer.AcceptCertificate(m_tlsPeer)) {
+    Drop();
+    throw NetError(m_tlsPeer.problem, "the certificate of " + m_host + " is not trusted: " + m_tlsPeer.problemText +
+                                          " (SHA-256 " + m_tlsPeer.fingerprint + ")");
+  }
 }
 
 void FtpControl::Login(const std::string& user, const std::string& password) {
@@ -254,11 +297,19 @@ void FtpControl::ReadFeatures() {
   if (m_hasUtf8) Command("OPTS UTF8 ON");  // names are UTF-8 either way; some servers need to hear it
 }
 
-std::unique_ptr<Stream> FtpControl::MakeStream(Fd fd, const std::string& peer) {
-  return std::make_unique<SocketStream>(std::move(fd), peer);
+std::unique_ptr<Stream> FtpControl::MakeDataStream(Fd fd, const std::string& peerName) {
+  if (m_tls == TlsMode::None) return std::make_unique<SocketStream>(std::move(fd), peerName);
+  // The client is the TLS client of every data connection, active or
+  // passive, and resumes the control connection's session.
+  auto tls = TlsStream::Connect(std::move(fd), m_host, m_resumption, Deadline::After(m_timeouts.connectMs));
+  if (tls->Peer().fingerprint != m_tlsPeer.fingerprint) {
+    throw NetError(kErrCertUntrusted, "the data connection of " + m_host +
+                                          " showed another certificate than its control connection");
+  }
+  return tls;
 }
 
-std::unique_ptr<Stream> FtpControl::ConnectPassive() {
+Fd FtpControl::ConnectPassive(std::string& peerName) {
   Deadline deadline = Deadline::After(m_timeouts.connectMs);
   if (m_passiveCommand == PassiveCommand::Epsv) {
     FtpReply reply = Command("EPSV");
@@ -266,7 +317,8 @@ std::unique_ptr<Stream> FtpControl::ConnectPassive() {
     if (reply.code == 229 && ParseEpsvReply(reply.Text(), port)) {
       SocketAddress target = m_peer;
       target.SetPort(port);
-      return MakeStream(ConnectTo(target, deadline), target.Host());
+      peerName = target.Host();
+      return ConnectTo(target, deadline);
     }
     // PASV speaks IPv4 only; over IPv6 there is nothing to fall back to.
     if (reply.Class() != 5 || m_peer.Family() != AF_INET) throw Refusal(reply);
@@ -284,7 +336,8 @@ std::unique_ptr<Stream> FtpControl::ConnectPassive() {
     std::memcpy(&in.sin_addr, address, 4);
   }
   target.SetPort(port);
-  return MakeStream(ConnectTo(target, deadline), target.Host());
+  peerName = target.Host();
+  return ConnectTo(target, deadline);
 }
 
 Fd FtpControl::ListenActive() {
@@ -313,10 +366,11 @@ std::unique_ptr<Stream> FtpControl::StartTransfer(const std::string& command, Tr
     m_type = type;
     m_typeKnown = true;
   }
-  std::unique_ptr<Stream> data;
+  Fd data;
+  std::string peerName = m_peer.Host();
   Fd listener;
   if (m_passive) {
-    data = ConnectPassive();
+    data = ConnectPassive(peerName);
   } else {
     listener = ListenActive();
   }
@@ -329,13 +383,22 @@ std::unique_ptr<Stream> FtpControl::StartTransfer(const std::string& command, Tr
     // A server that has already ended the transfer may never connect.
     Deadline deadline = Deadline::After(m_transferEnded ? kAbortGraceMs : m_timeouts.connectMs);
     try {
-      data = MakeStream(AcceptFrom(listener.Get(), m_peer, deadline), m_peer.Host());
+      data = AcceptFrom(listener.Get(), m_peer, deadline);
     } catch (const NetError&) {
       if (!m_transferEnded) throw;
-      data = std::make_unique<EmptyStream>();
+      return std::make_unique<EmptyStream>();
     }
   }
-  return data;
+  // Over TLS the server starts its side of the handshake only after its
+  // preliminary reply; one that ended the transfer at once has nothing to
+  // protect.
+  if (m_transferEnded && m_tls != TlsMode::None) return std::make_unique<EmptyStream>();
+  try {
+    return MakeDataStream(std::move(data), peerName);
+  } catch (const NetError&) {
+    AbandonTransfer();
+    throw;
+  }
 }
 
 void FtpControl::FinishTransfer() {
@@ -375,14 +438,7 @@ std::optional<FtpReply> FtpControl::EndReplyIfAny() {
 }
 
 bool FtpControl::ReplyPending(int ms) {
-  if (m_reader->HasBuffered()) return true;
-  try {
-    WaitReady(m_stream->NativeHandle(), POLLIN, Deadline::After(static_cast<uint32_t>(ms)), "reply");
-  } catch (const NetError& e) {
-    if (e.code == kErrTimeout) return false;
-    throw;
-  }
-  return true;
+  return m_reader->HasBuffered() || m_stream->WaitReadable(ms);
 }
 
 void FtpControl::Quit() {

@@ -10,6 +10,7 @@
 
 #include "inet/netio.h"
 #include "inet/reply.h"
+#include "inet/tls.h"
 
 namespace ftpzn::inet {
 
@@ -27,18 +28,24 @@ class FtpObserver {
   virtual void OnStatus(uint32_t status, const std::string& info) = 0;
   virtual void OnTrace(bool sent, const std::string& line) = 0;
   virtual void OnReply(const FtpReply& reply) = 0;
+  // Whether to go on with a server whose certificate the system does not
+  // trust (peer.problem says why); asked once per control connection.
+  virtual bool AcceptCertificate(const TlsPeerInfo& peer) { return peer.problem == 0; }
 };
 
 enum class TransferType { Ascii, Binary };
 
 class FtpControl {
  public:
-  FtpControl(FtpObserver& observer, FtpTimeouts timeouts, bool passive)
-      : m_observer(observer), m_timeouts(timeouts), m_passive(passive) {}
+  FtpControl(FtpObserver& observer, FtpTimeouts timeouts, bool passive, TlsMode tls = TlsMode::None)
+      : m_observer(observer), m_timeouts(timeouts), m_passive(passive), m_tls(tls) {}
   ~FtpControl();
 
   // Connects, reads the greeting, logs in and asks for the server's
-  // features. Throws NetError (login refusals as 12013/12014/12015).
+  // features. Throws NetError (login refusals as 12013/12014/12015). With
+  // TLS, the connection is encrypted before the login (a server that
+  // refuses gives 12157: never a login in clear text), and so is every
+  // data connection.
   void Open(const std::string& host, uint16_t port, const std::string& user, const std::string& password);
   // Sends one command and reads its final reply. A 421 reply, a time-out or
   // a closed connection leave the connection dropped; later calls fail
@@ -64,6 +71,9 @@ class FtpControl {
   bool Dropped() const { return !m_stream; }
   bool HasMlsd() const { return m_hasMlsd; }
   const FtpTimeouts& Timeouts() const { return m_timeouts; }
+  TlsMode Tls() const { return m_tls; }
+  // The control connection's TLS details (empty without TLS).
+  const TlsPeerInfo& TlsPeer() const { return m_tlsPeer; }
   void SetTimeouts(FtpTimeouts t) { m_timeouts = t; }
 
  private:
@@ -80,13 +90,19 @@ class FtpControl {
   void Drop();
   void Login(const std::string& user, const std::string& password);
   void ReadFeatures();
-  std::unique_ptr<Stream> ConnectPassive();
+  // The data connection's socket, and the host it went to.
+  Fd ConnectPassive(std::string& peerName);
   Fd ListenActive();
-  std::unique_ptr<Stream> MakeStream(Fd fd, const std::string& peer);
+  void StartTls();
+  std::unique_ptr<Stream> MakeDataStream(Fd fd, const std::string& peerName);
 
   FtpObserver& m_observer;
   FtpTimeouts m_timeouts;
   bool m_passive;
+  TlsMode m_tls;
+  std::string m_host;  // as the user named it: the certificate must name it too
+  std::shared_ptr<TlsResumption> m_resumption;
+  TlsPeerInfo m_tlsPeer;
   std::unique_ptr<Stream> m_stream;
   std::unique_ptr<ReplyReader> m_reader;
   SocketAddress m_peer;

@@ -101,6 +101,10 @@ bool ParseURLEx(const std::wstring& url, uint32_t& serviceType, std::wstring& se
   uint16_t defaultPort = 0;
   if (scheme == L"ftp") {
     serviceType = AFX_INET_SERVICE_FTP, defaultPort = 21;
+  } else if (scheme == L"ftpes") {
+    serviceType = INET_SERVICE_FTPES, defaultPort = 21;
+  } else if (scheme == L"ftps") {
+    serviceType = INET_SERVICE_FTPS, defaultPort = 990;
   } else if (scheme == L"http") {
     serviceType = AFX_INET_SERVICE_HTTP, defaultPort = 80;
   } else if (scheme == L"https") {
@@ -159,6 +163,12 @@ bool ParseURL(const std::wstring& url, uint32_t& serviceType, std::wstring& serv
   return ParseURLEx(url, serviceType, server, object, port, user, password);
 }
 
+TlsMode TlsModeForService(uint32_t serviceType) {
+  if (serviceType == INET_SERVICE_FTPES) return TlsMode::Explicit;
+  if (serviceType == INET_SERVICE_FTPS) return TlsMode::Implicit;
+  return TlsMode::None;
+}
+
 std::wstring DecodeUrlComponent(const std::wstring& text) {
   std::string bytes = WideToWire(text);
   std::string out;
@@ -197,7 +207,8 @@ bool CInternetException::GetErrorMessage(std::wstring& text) const {
 
 class SessionObserver : public FtpObserver {
  public:
-  explicit SessionObserver(CInternetSession* session) : m_session(session) {}
+  SessionObserver(CInternetSession* session, CFtpConnection* connection)
+      : m_session(session), m_connection(connection) {}
   void Detach() { m_session = nullptr; }
   void OnStatus(uint32_t status, const std::string& info) override {
     if (m_session) m_session->Report(status, info, m_context.value_or(m_session->GetContext()));
@@ -211,9 +222,13 @@ class SessionObserver : public FtpObserver {
     if (m_session) m_session->OnProtocolTrace(sent, line);
   }
   void OnReply(const FtpReply& reply) override { t_lastResponse = WireToWide(reply.Text()); }
+  bool AcceptCertificate(const TlsPeerInfo& peer) override {
+    return m_session && m_session->AcceptCertificate(m_connection->m_server, m_connection->m_port, peer);
+  }
 
  private:
   CInternetSession* m_session;
+  CFtpConnection* m_connection;
   std::optional<uintptr_t> m_context;
 };
 
@@ -310,15 +325,31 @@ void CInternetSession::Report(uint32_t status, const std::string& info, uintptr_
   }
 }
 
+void CInternetSession::TrustCertificate(const std::string& fingerprint) {
+  std::string normal = NormalizeFingerprint(fingerprint);
+  if (!normal.empty()) m_trustedCertificates.insert(normal);
+}
+
+bool CInternetSession::OnUntrustedCertificate(const std::wstring&, uint16_t, const TlsPeerInfo&) { return false; }
+
+bool CInternetSession::AcceptCertificate(const std::wstring& server, uint16_t port, const TlsPeerInfo& peer) {
+  if (peer.problem == 0 || m_trustedCertificates.count(peer.fingerprint)) return true;
+  if (!OnUntrustedCertificate(server, port, peer)) return false;
+  // Accepted once for the session: its later connections ask no more.
+  m_trustedCertificates.insert(peer.fingerprint);
+  return true;
+}
+
 std::unique_ptr<CFtpConnection> CInternetSession::GetFtpConnection(const std::wstring& server,
                                                                    const std::wstring& user,
                                                                    const std::wstring& password,
-                                                                   uint16_t port, bool passive) {
-  std::unique_ptr<CFtpConnection> connection(new CFtpConnection(*this, server));
+                                                                   uint16_t port, bool passive, TlsMode tls) {
+  if (port == 0) port = INTERNET_DEFAULT_FTP_PORT;
+  std::unique_ptr<CFtpConnection> connection(new CFtpConnection(*this, server, port));
   connection->m_control = std::make_unique<FtpControl>(
-      *connection->m_observer, FtpTimeouts{m_connectMs, m_sendMs, m_receiveMs}, passive);
+      *connection->m_observer, FtpTimeouts{m_connectMs, m_sendMs, m_receiveMs}, passive, tls);
   try {
-    connection->m_control->Open(WideToWire(server), port == 0 ? INTERNET_DEFAULT_FTP_PORT : port,
+    connection->m_control->Open(WideToWire(server), port,
                                 user.empty() ? "anonymous" : WideToWire(user),
                                 user.empty() && password.empty() ? "anonymous@" : WideToWire(password));
   } catch (const NetError& e) {
@@ -344,10 +375,11 @@ void CInternetSession::Close() {
 
 // ---- CFtpConnection
 
-CFtpConnection::CFtpConnection(CInternetSession& session, std::wstring server)
+CFtpConnection::CFtpConnection(CInternetSession& session, std::wstring server, uint16_t port)
     : m_session(&session),
       m_server(std::move(server)),
-      m_observer(std::make_unique<SessionObserver>(&session)) {
+      m_port(port),
+      m_observer(std::make_unique<SessionObserver>(&session, this)) {
   session.m_connections.insert(this);
 }
 
@@ -371,6 +403,12 @@ void CFtpConnection::Close() {
 }
 
 bool CFtpConnection::UsesMlsd() const { return m_control && m_control->HasMlsd(); }
+
+TlsMode CFtpConnection::GetTlsMode() const { return m_control ? m_control->Tls() : TlsMode::None; }
+
+const TlsPeerInfo* CFtpConnection::GetTlsInfo() const {
+  return m_control && m_control->Tls() != TlsMode::None ? &m_control->TlsPeer() : nullptr;
+}
 
 FtpControl* CFtpConnection::Ready() {
   if (!m_control) throw NetError(kErrCancelled, "the connection is closed");

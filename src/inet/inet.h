@@ -31,6 +31,7 @@
 #include <vector>
 
 #include "inet/listing.h"
+#include "inet/tls.h"
 
 namespace ftpzn::inet {
 
@@ -78,6 +79,12 @@ constexpr uint32_t AFX_INET_SERVICE_HTTP = 3;
 constexpr uint32_t AFX_INET_SERVICE_UNK = 0x1000;
 constexpr uint32_t AFX_INET_SERVICE_FILE = 0x1001;
 constexpr uint32_t AFX_INET_SERVICE_HTTPS = 0x1007;
+// FTP over TLS, which the platform's parser did not know: "ftpes://"
+// (explicit, AUTH TLS on port 21) and "ftps://" (implicit, port 990).
+constexpr uint32_t INET_SERVICE_FTPES = 0x2001;
+constexpr uint32_t INET_SERVICE_FTPS = 0x2002;
+// The TLS mode a service type of ParseURL asks for (None for plain FTP).
+TlsMode TlsModeForService(uint32_t serviceType);
 
 // The calling thread's last error of this engine (0 after a success that
 // sets it).
@@ -143,10 +150,20 @@ class CInternetSession {
   virtual void OnProtocolTrace(bool sent, const std::string& line);
 
   // Connects and logs in. An empty user logs in as "anonymous". Throws.
+  // With TLS a certificate that the system does not trust fails with
+  // 12045, 12037 or 12038 unless TrustCertificate named it or
+  // OnUntrustedCertificate accepts it.
   std::unique_ptr<CFtpConnection> GetFtpConnection(const std::wstring& server, const std::wstring& user = {},
                                                    const std::wstring& password = {},
                                                    uint16_t port = INTERNET_DEFAULT_FTP_PORT,
-                                                   bool passive = false);
+                                                   bool passive = false, TlsMode tls = TlsMode::None);
+  // A certificate (its SHA-256 fingerprint, as TlsPeerInfo writes it) that
+  // this session's connections accept without asking.
+  void TrustCertificate(const std::string& fingerprint);
+  // Asked on the connecting thread when a server's certificate is not
+  // trusted by the system; true accepts it for this session. The default
+  // refuses.
+  virtual bool OnUntrustedCertificate(const std::wstring& server, uint16_t port, const TlsPeerInfo& peer);
   // Closes every connection made by this session (their later calls fail
   // with 12017).
   void Close();
@@ -161,8 +178,10 @@ class CInternetSession {
   // file's own, else the session's.
   void Report(uint32_t status, const std::string& info);
   void Report(uint32_t status, const std::string& info, uintptr_t context);
+  bool AcceptCertificate(const std::wstring& server, uint16_t port, const TlsPeerInfo& peer);
 
   uintptr_t m_context;
+  std::set<std::string> m_trustedCertificates;
   bool m_statusCallback = false;
   uint32_t m_connectMs = 30000;
   uint32_t m_sendMs = 60000;
@@ -195,12 +214,16 @@ class CFtpConnection {
   const std::wstring& GetServerName() const { return m_server; }
   // True when listings use MLSD (the server offers it), else LIST.
   bool UsesMlsd() const;
+  TlsMode GetTlsMode() const;
+  // The TLS details of the control connection; null without TLS.
+  const TlsPeerInfo* GetTlsInfo() const;
 
  private:
   friend class CInternetSession;
   friend class CInternetFile;
   friend class CFtpFileFind;
-  CFtpConnection(CInternetSession& session, std::wstring server);
+  friend class SessionObserver;
+  CFtpConnection(CInternetSession& session, std::wstring server, uint16_t port);
   // Runs one command that must succeed, for the bool-returning calls.
   template <typename Fn>
   bool Run(Fn&& fn);
@@ -208,6 +231,7 @@ class CFtpConnection {
 
   CInternetSession* m_session;
   std::wstring m_server;
+  uint16_t m_port;
   std::unique_ptr<SessionObserver> m_observer;
   std::unique_ptr<FtpControl> m_control;
   bool m_busy = false;  // a find or a file is under way

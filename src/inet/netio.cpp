@@ -240,6 +240,14 @@ Fd AcceptFrom(int listener, const SocketAddress& peer, const Deadline& deadline)
   }
 }
 
+bool Stream::WaitReadable(int ms) {
+  pollfd p{NativeHandle(), POLLIN, 0};
+  for (;;) {
+    int n = ::poll(&p, 1, ms);
+    if (n >= 0 || errno != EINTR) return n != 0;
+  }
+}
+
 size_t SocketStream::ReadSome(void* buffer, size_t size, const Deadline& deadline) {
   for (;;) {
     ssize_t n = ::recv(m_fd.Get(), buffer, size, 0);

@@ -5,7 +5,7 @@
 // that knows the deadline: sockets are non-blocking, an operation is tried
 // first and waited for only when it would block. The control and data
 // connections are Streams, so TLS can be put under the protocol code later
-// as another Stream without touching it.
+// as another Stream without touching it (tls.h).
 #pragma once
 
 #include <sys/socket.h>
@@ -33,8 +33,12 @@ enum InternetError : uint32_t {
   kErrCannotConnect = 12029,
   kErrConnectionAborted = 12030,
   kErrConnectionReset = 12031,
+  kErrCertDate = 12037,       // the server's certificate has expired or is not yet valid
+  kErrCertHost = 12038,       // the server's certificate names another host
+  kErrCertUntrusted = 12045,  // no trusted authority signed the server's certificate
   kErrInProgress = 12110,
   kErrSessionDropped = 12111,
+  kErrSecureChannel = 12157,  // TLS refused by the server, or its handshake failed
 };
 
 // Thrown inside the engine; the public classes turn it into a
@@ -120,6 +124,9 @@ class Stream {
   // Sends the end of data (for uploads: the server sees end of file).
   virtual void ShutdownWrite() = 0;
   virtual int NativeHandle() const = 0;
+  // True when a read would return something (bytes, the end, an error)
+  // within `ms`; false when nothing came in that time.
+  virtual bool WaitReadable(int ms);
 };
 
 // The plain TCP stream.
@@ -130,6 +137,8 @@ class SocketStream : public Stream {
   void WriteAll(const void* data, size_t size, const Deadline& deadline) override;
   void ShutdownWrite() override;
   int NativeHandle() const override { return m_fd.Get(); }
+  // The socket, for a TLS stream to take over.
+  Fd ReleaseFd() { return std::move(m_fd); }
 
  private:
   Fd m_fd;
