@@ -11,6 +11,7 @@
 #include "platform/threadid.h"
 #include "sites/dlgconnect.h"
 #include "ui/dialogs.h"
+#include "ui/dlgcertificate.h"
 #include "ui/dlgwaitmessage.h"
 
 using ftpzn::inet::CFtpConnection;
@@ -50,6 +51,9 @@ void CDlgFTPMainWnd::ConnectRoutine() {
     return;
   }
   m_pInetSession->m_pReportWnd = this;
+  m_pInetSession->m_askTrust = [this](const ftpzn::TrustQuestion& question) {
+    return CDlgCertificate::Ask(this, question);
+  };
   m_pInetSession->EnableStatusCallback(true);
 
   uint32_t service = 0;
@@ -70,7 +74,10 @@ void CDlgFTPMainWnd::ConnectRoutine() {
   }
   m_strServerName = server;
   const unsigned long tid = ftpzn::CurrentThreadId();
-  if (service != ftpzn::inet::AFX_INET_SERVICE_FTP || m_strServerName.empty()) {
+  // "ftpes://" and "ftps://" are FTP over TLS, explicit and implicit.
+  m_tlsMode = ftpzn::inet::TlsModeForService(service);
+  const bool ftp = service == ftpzn::inet::AFX_INET_SERVICE_FTP || m_tlsMode != ftpzn::inet::TlsMode::None;
+  if (!ftp || m_strServerName.empty()) {
     ftpzn::MessageBox("Please enter a valid FTP URL", 0, this);
   } else {
     const int attempts = m_site.m_nRetries;
@@ -83,7 +90,8 @@ void CDlgFTPMainWnd::ConnectRoutine() {
       try {
         m_pFtpConnection = m_pInetSession->GetFtpConnection(
             m_strServerName.ToStdWstring(), m_site.m_strLogin.ToStdWstring(),
-            m_site.m_strPassword.ToStdWstring(), static_cast<uint16_t>(m_site.m_nPort), m_site.m_bPassive != 0);
+            m_site.m_strPassword.ToStdWstring(), static_cast<uint16_t>(m_site.m_nPort), m_site.m_bPassive != 0,
+            m_tlsMode);
         break;
       } catch (const CInternetException& e) {
         const wxString response = Clip255(ftpzn::inet::InternetGetLastResponseInfo());
@@ -111,9 +119,16 @@ void CDlgFTPMainWnd::ConnectRoutine() {
       }
     }
   }
-  if (m_pFtpConnection)
+  if (m_pFtpConnection) {
     AddTrace(0, 0, wxString::Format("[%d] Successfully connected to:%s", static_cast<int>(tid), m_strServerName));
-  else
+    if (const ftpzn::inet::TlsPeerInfo* tls = m_pFtpConnection->GetTlsInfo()) {
+      AddTrace(0, 0, wxString::Format("[%d] %s, %s", static_cast<int>(tid), tls->protocol, tls->cipher));
+      // Workers accept this certificate too, and no other the system does
+      // not trust.
+      if (tls->problem != 0) m_strAcceptedCertificate = tls->fingerprint;
+    }
+    ShowEncryption();
+  } else
     AddTrace(0, 0, wxString::Format("[%d] Failed in connecting to: %s ", static_cast<int>(tid), m_strServerName));
 }
 
@@ -132,6 +147,8 @@ void CDlgFTPMainWnd::Disconnect() {
     AddTrace(0, tid, "Close Ftp session");
   }
   if (m_ctrlRemote.GetHandle()) m_ctrlRemote.DeleteAllItems();
+  m_strAcceptedCertificate.clear();
+  if (m_tlsIndicator) ShowEncryption();
 }
 
 bool CDlgFTPMainWnd::CheckConnection() {
@@ -141,5 +158,6 @@ bool CDlgFTPMainWnd::CheckConnection() {
   if (m_ctrlRemote.m_pConnection == m_pFtpConnection.get()) m_ctrlRemote.m_pConnection = nullptr;
   m_pFtpConnection->Close();
   m_pFtpConnection.reset();
+  ShowEncryption();
   return false;
 }

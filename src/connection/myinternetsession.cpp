@@ -11,4 +11,11 @@ void CMyInternetSession::OnStatusCallback(uintptr_t, uint32_t status, const void
   const wxString line = ComposeStatusLine(static_cast<long>(CurrentThreadId()), status, info, infoLength);
 }
 
+bool CMyInternetSession::OnUntrustedCertificate(const std::wstring& server, uint16_t port,
+                                                const inet::TlsPeerInfo& peer) {
+  return DecideTrust(server, port, peer, [this](const TrustQuestion& question) {
+    return m_askTrust ? m_askTrust(question) : TrustAnswer::Cancel;
+  });
+}
+
 }  // namespace ftpzn

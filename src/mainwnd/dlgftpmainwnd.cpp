@@ -4,6 +4,7 @@
 #include <wx/evtloop.h>
 #include <wx/menu.h>
 #include <wx/panel.h>
+#include <wx/statbmp.h>
 #include <wx/textctrl.h>
 #include <wx/utils.h>
 #include <wx/weakref.h>
@@ -50,6 +51,9 @@ class SplitterBar : public wxWindow {
 
 int Right(const wxRect& r) { return r.x + r.width; }
 int Bottom(const wxRect& r) { return r.y + r.height; }
+
+// The lock's width and a gap.
+constexpr int kIndicatorRoom = 28;
 
 void SetRight(wxWindow* w, int right) {
   wxRect r = w->GetRect();
@@ -165,6 +169,8 @@ void CDlgFTPMainWnd::CreateControls() {
   m_barVertical = new SplitterBar(this, p, IDC_BAR_VERTICAL, wxRect(392, 40, 6, 290), true);
   m_barHorizontal = new SplitterBar(this, p, IDC_BAR_HORIZONTAL, wxRect(392, 484, 56, 6), false);
   m_btnExit = iconButton(ID_EXIT, "Exit", 265);
+  m_tlsIndicator = new wxStaticBitmap(p, wxID_ANY, wxBitmapBundle(), wxPoint(946, 10), wxSize(24, 24));
+  m_tlsIndicator->Hide();
 
   p->Bind(wxEVT_SIZE, &CDlgFTPMainWnd::OnClientSize, this);
   p->Bind(wxEVT_LEFT_DOWN, [this](wxMouseEvent& e) {
@@ -193,6 +199,7 @@ void CDlgFTPMainWnd::OnInitDialog() {
   m_btnUpload->SetBitmap(LoadIconBundle(kIconUpload, iconSize));
   m_btnDisconnect->SetBitmap(LoadIconBundle(kIconDisconnect, iconSize));
   m_btnExit->SetBitmap(LoadIconBundle(kIconExit, iconSize));
+  static_cast<wxStaticBitmap*>(m_tlsIndicator)->SetBitmap(LoadIconBundle(kIconEncrypted, wxSize(20, 20)));
 
   m_ctrlLocal.CreateImageList();
   m_ctrlLocal.InsertColumns();
@@ -327,7 +334,8 @@ void CDlgFTPMainWnd::OnClientSize(wxSizeEvent& event) {
       !m_btnDisconnect)
     return;
   const int T = m_richLocalTrace->GetRect().height;
-  SetRight(m_editRemoteDir, W - 10);
+  SetRight(m_editRemoteDir, W - 10 - (m_tlsIndicator->IsShown() ? kIndicatorRoom : 0));
+  m_tlsIndicator->Move(W - 10 - m_tlsIndicator->GetSize().x, m_tlsIndicator->GetPosition().y);
   SetRight(&m_ctrlRemote, W - 10);
   SetRight(m_richRemoteTrace, W - 10);
   for (wxWindow* trace : {static_cast<wxWindow*>(m_richLocalTrace), static_cast<wxWindow*>(m_richRemoteTrace)}) {
@@ -341,6 +349,20 @@ void CDlgFTPMainWnd::OnClientSize(wxSizeEvent& event) {
   wxRect bar = m_barHorizontal->GetRect();
   bar.y = H - T - 10 - bar.height;
   m_barHorizontal->SetSize(bar);
+}
+
+void CDlgFTPMainWnd::ShowEncryption() {
+  const ftpzn::inet::TlsPeerInfo* tls = m_pFtpConnection ? m_pFtpConnection->GetTlsInfo() : nullptr;
+  if (tls) {
+    m_tlsIndicator->SetToolTip(wxString::Format("Encrypted: %s, %s\nCertificate: %s%s",
+                                                tls->protocol, tls->cipher, wxString::FromUTF8(tls->subject),
+                                                tls->problem ? "\n(accepted by you: " +
+                                                                   wxString::FromUTF8(tls->problemText) + ")"
+                                                             : wxString()));
+  }
+  if (m_tlsIndicator->IsShown() == (tls != nullptr)) return;
+  m_tlsIndicator->Show(tls != nullptr);
+  SetRight(m_editRemoteDir, Right(m_editRemoteDir->GetRect()) + (tls ? -kIndicatorRoom : kIndicatorRoom));
 }
 
 void CDlgFTPMainWnd::OnSplitterButtonDown(const wxPoint& point) {

@@ -138,6 +138,13 @@ class CDlgFTPMainWnd : public ftpzn::EventGuard<wxFrame> {
   wxPoint m_ptLast;
   wxArrayString m_arrDownloadResults;
   wxButton* m_btnExit = nullptr;
+  // How the current site is connected (the scheme of its host address),
+  // and the certificate the user accepted for it although the system does
+  // not trust it: the transfer workers use both.
+  ftpzn::inet::TlsMode m_tlsMode = ftpzn::inet::TlsMode::None;
+  std::string m_strAcceptedCertificate;
+  // A lock beside the remote path while the connection is encrypted.
+  wxWindow* m_tlsIndicator = nullptr;
 
   // The panel holding every control: its client area is the window's.
   wxPanel* Client() const { return m_panel; }
@@ -154,6 +161,9 @@ class CDlgFTPMainWnd : public ftpzn::EventGuard<wxFrame> {
   void CreateControls();
   void OnInitDialog();
   void OnClientSize(wxSizeEvent& event);
+  // Shows or hides the lock for the current connection; the remote path
+  // box makes room for it.
+  void ShowEncryption();
   void OnClose(wxCloseEvent& event);
   void OnCharHook(wxKeyEvent& event);
 

@@ -35,4 +35,12 @@ bool WriteProfileInt(const wxString& section, const wxString& key, int value) {
   return ok;
 }
 
+bool WriteProfileString(const wxString& section, const wxString& key, const wxString& value) {
+  wxConfigBase* config = wxConfigBase::Get();
+  if (!config) return false;
+  const bool ok = config->Write(KeyPath(section, key), value);
+  config->Flush();
+  return ok;
+}
+
 }  // namespace ftpzn

@@ -13,5 +13,6 @@ int GetProfileInt(const wxString& section, const wxString& key, int defaultValue
 wxString GetProfileString(const wxString& section, const wxString& key, const wxString& defaultValue);
 // Writes and flushes at once; false when there is no store.
 bool WriteProfileInt(const wxString& section, const wxString& key, int value);
+bool WriteProfileString(const wxString& section, const wxString& key, const wxString& value);
 
 }  // namespace ftpzn

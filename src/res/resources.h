@@ -21,6 +21,7 @@ enum IconId : int {
   kIconFolder = 24022,
   kIconFile = 24023,
   kIconReplace = 163,
+  kIconEncrypted = 9424,  // beside the remote path while the connection uses TLS
 };
 
 enum AnimationId : int {

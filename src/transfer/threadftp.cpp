@@ -75,6 +75,7 @@ void CThreadFtp::ThrowMessage(const wxString& text) {
 
 void CThreadFtp::OpenSession() {
   m_session = std::make_unique<inet::CInternetSession>(nullptr, 1, inet::INTERNET_OPEN_TYPE_PRECONFIG);
+  if (!m_strAcceptedCertificate.empty()) m_session->TrustCertificate(m_strAcceptedCertificate.str().utf8_string());
   if (m_dwTimeout == 0) return;
   m_session->SetOption(inet::INTERNET_OPTION_CONNECT_TIMEOUT, m_dwTimeout);
   m_session->SetOption(inet::INTERNET_OPTION_RECEIVE_TIMEOUT, m_dwTimeout);
@@ -88,7 +89,7 @@ void CThreadFtp::Connect(bool upload) {
     try {
       m_pConnection = m_session->GetFtpConnection(
           m_strHost.str().ToStdWstring(), m_strUser.str().ToStdWstring(), m_strPassword.str().ToStdWstring(),
-          static_cast<uint16_t>(m_nPort), m_bPassive != 0);
+          static_cast<uint16_t>(m_nPort), m_bPassive != 0, m_tlsMode);
       return;
     } catch (const inet::CInternetException& e) {
       m_pConnection.reset();

@@ -75,6 +75,11 @@ class CThreadFtp : public wxObject, public ftpzn::WorkerThread {
   uint32_t m_nRetryDelay = 10;
   uint32_t m_nPort = 21;
   int m_bPassive = 0;
+  // Connects as the main window did: with TLS or without, and accepting
+  // only the certificate the user accepted there, if the system does not
+  // trust it.
+  ftpzn::inet::TlsMode m_tlsMode = ftpzn::inet::TlsMode::None;
+  ftpzn::SharedText m_strAcceptedCertificate;
   uint32_t m_dwTimeout = 3000;
   uint32_t m_dwFileSize = 0;
   ftpzn::ManualResetEvent m_hEventDead;

@@ -145,6 +145,8 @@ ftpzn::TransferSite CDlgFTPMainWnd::CurrentTransferSite() const {
   site.retryDelay = static_cast<uint32_t>(m_site.m_nRetryDelay);
   site.port = static_cast<uint32_t>(m_site.m_nPort);
   site.passive = m_site.m_bPassive != 0;
+  site.tls = m_tlsMode;
+  site.acceptedCertificate = wxString::FromUTF8(m_strAcceptedCertificate);
   return site;
 }
 

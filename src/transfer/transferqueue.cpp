@@ -90,6 +90,8 @@ bool TransferQueue::Add(const TransferArgs& args, bool upload) {
     worker->m_nRetryDelay = args.retryDelay;
     worker->m_nPort = args.port;
     worker->m_bPassive = args.passive ? 1 : 0;
+    worker->m_tlsMode = args.tls;
+    worker->m_strAcceptedCertificate = SharedText::Reuse(m_lastCertificate, args.acceptedCertificate);
     worker->m_pOwner = GetSink();
     worker->m_dwTimeout = static_cast<uint32_t>(m_nConnectionTimeout) * 1000;
     id = worker->m_nThreadID;
@@ -262,6 +264,8 @@ void TransferQueue::OnEnd(WorkerList<Worker>& list, uint32_t threadId, bool uplo
   if (worker->m_bFailed && m_bRemoveFailed == 0) {
     TransferArgs again{worker->m_strHost,     worker->m_strUser,     worker->m_strPassword,
                        worker->m_strFileName, worker->m_strLocalDir, worker->m_strRemoteDir};
+    again.tls = worker->m_tlsMode;
+    again.acceptedCertificate = worker->m_strAcceptedCertificate;
     if (upload) {
       // Listed again with its settings one place early, and queued rather
       // than failed: so it has always been, and so it stays.

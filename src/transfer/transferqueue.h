@@ -42,6 +42,9 @@ struct TransferArgs {
   uint32_t port = 21;
   bool passive = false;
   bool failed = false;
+  inet::TlsMode tls = inet::TlsMode::None;
+  // A certificate the user accepted although the system does not trust it.
+  wxString acceptedCertificate = wxString();
 };
 
 // The site transfers go to, as the add operations take it.
@@ -53,6 +56,8 @@ struct TransferSite {
   uint32_t retryDelay = 10;
   uint32_t port = 21;
   bool passive = false;
+  inet::TlsMode tls = inet::TlsMode::None;
+  wxString acceptedCertificate = wxString();
 
   // One file's transfer to or from this site, not failed.
   TransferArgs ArgsFor(const wxString& fileName, const wxString& localDir, const wxString& remoteDir,
@@ -64,6 +69,8 @@ struct TransferSite {
     args.retryDelay = retryDelay;
     args.port = port;
     args.passive = passive;
+    args.tls = tls;
+    args.acceptedCertificate = acceptedCertificate;
     return args;
   }
 };
@@ -206,7 +213,7 @@ class TransferQueue {
   std::deque<uint32_t> m_queued;
   std::unordered_map<uint32_t, ProgressMeter> m_meters;
   // The last texts given to a worker: a folder's files share one copy.
-  SharedText m_lastHost, m_lastUser, m_lastPassword, m_lastLocalDir, m_lastRemoteDir;
+  SharedText m_lastHost, m_lastUser, m_lastPassword, m_lastLocalDir, m_lastRemoteDir, m_lastCertificate;
 };
 
 }  // namespace ftpzn
