@@ -2,9 +2,12 @@
 
 #include <arpa/inet.h>
 #include <crypt.h>
+#include <dirent.h>
 #include <fcntl.h>
 #include <ftw.h>
 #include <netinet/in.h>
+#include <openssl/err.h>
+#include <openssl/ssl.h>
 #include <poll.h>
 #include <pwd.h>
 #include <shadow.h>
@@ -12,17 +15,20 @@
 #include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <fstream>
 #include <map>
 #include <mutex>
 #include <sstream>
 #include <thread>
+#include <tuple>
 
 namespace ftpzn::testing {
 
@@ -181,6 +187,176 @@ bool Greets(const std::string& host, uint16_t port, std::string& seen) {
   return ok;
 }
 
+// `openssl ca` for every certificate, self-signed ones included: it is the
+// only command in OpenSSL 3.0 that takes a start date, which the expired
+// certificate needs and which the others set a day back so that a client
+// whose clock reads a second behind still finds them valid.
+const char kOpensslConfig[] = R"([req]
+distinguished_name = dn
+prompt = no
+[dn]
+CN = unused
+[ca_ext]
+basicConstraints = critical,CA:TRUE
+keyUsage = critical,keyCertSign,cRLSign
+subjectKeyIdentifier = hash
+[server_ext]
+basicConstraints = CA:FALSE
+keyUsage = critical,digitalSignature,keyEncipherment
+extendedKeyUsage = serverAuth
+subjectAltName = IP:127.0.0.1,IP:::1,DNS:localhost
+[otherhost_ext]
+basicConstraints = CA:FALSE
+keyUsage = critical,digitalSignature,keyEncipherment
+extendedKeyUsage = serverAuth
+subjectAltName = DNS:other.example
+[ca]
+default_ca = test_ca
+[test_ca]
+database = db/index.txt
+new_certs_dir = db
+serial = db/serial
+default_md = sha256
+policy = any
+unique_subject = no
+copy_extensions = none
+[any]
+organizationalUnitName = optional
+commonName = supplied
+)";
+
+std::string AsnTime(time_t t) {
+  tm utc{};
+  gmtime_r(&t, &utc);
+  char buf[32];
+  strftime(buf, sizeof buf, "%Y%m%d%H%M%SZ", &utc);
+  return buf;
+}
+
+// Runs openssl in `dir`, its output into `dir`/openssl.log; false with
+// that log's tail in `error`.
+bool Openssl(const std::string& dir, const std::string& args, std::string& error) {
+  if (RunShell("cd '" + dir + "' && openssl " + args + " >>openssl.log 2>&1") == 0) return true;
+  error = "openssl " + args + " failed: " + ReadTail(dir + "/openssl.log");
+  return false;
+}
+
+// A key and a certificate `name`.key/.pem in `dir`, signed by the CA there
+// or, for the CA and the self-signed one, by its own key.
+bool MakeCertificate(const std::string& dir, const std::string& name, const std::string& subject,
+                     const std::string& extensions, bool selfSigned, const std::string& start,
+                     const std::string& end, std::string& error) {
+  std::string signer = selfSigned ? "-selfsign -keyfile " + name + ".key" : "-cert ca.pem -keyfile ca.key";
+  return Openssl(dir, "genpkey -algorithm EC -pkeyopt ec_paramgen_curve:P-256 -out " + name + ".key",
+                 error) &&
+         Openssl(dir,
+                 "req -config openssl.cnf -new -key " + name + ".key -subj '" + subject + "' -out " + name +
+                     ".csr",
+                 error) &&
+         Openssl(dir,
+                 "ca -batch -config openssl.cnf -notext " + signer + " -startdate " + start + " -enddate " +
+                     end + " -extfile openssl.cnf -extensions " + extensions + " -in " + name + ".csr -out " +
+                     name + ".pem",
+                 error);
+}
+
+bool MakeCertificates(const std::string& dir, std::string& error) {
+  if (!WriteFile(dir + "/openssl.cnf", kOpensslConfig, 0600) || mkdir((dir + "/db").c_str(), 0700) != 0 ||
+      !WriteFile(dir + "/db/index.txt", "", 0600) || !WriteFile(dir + "/db/serial", "1000\n", 0600)) {
+    error = "cannot prepare " + dir + " for the test certificates";
+    return false;
+  }
+  time_t now = time(nullptr);
+  std::string start = AsnTime(now - 24 * 3600), end = AsnTime(now + 10L * 365 * 24 * 3600);
+  if (!MakeCertificate(dir, "ca", "/CN=ftpzn test CA", "ca_ext", true, start, end, error)) return false;
+  for (TestCertKind kind :
+       {TestCertKind::Trusted, TestCertKind::SelfSigned, TestCertKind::OtherHost, TestCertKind::Expired}) {
+    std::string name = TestCertName(kind);
+    bool other = kind == TestCertKind::OtherHost;
+    bool expired = kind == TestCertKind::Expired;
+    std::string subject = "/OU=" + name + "/CN=" + (other ? "other.example" : "localhost");
+    if (!MakeCertificate(dir, name, subject, other ? "otherhost_ext" : "server_ext",
+                         kind == TestCertKind::SelfSigned, expired ? "20200101000000Z" : start,
+                         expired ? "20210101000000Z" : end, error)) {
+      return false;
+    }
+  }
+  return true;
+}
+
+bool HasFinalReply(const std::string& text, const char* code) {
+  std::string line = std::string(code) + " ";
+  return text.rfind(line, 0) == 0 || text.find("\n" + line) != std::string::npos;
+}
+
+// Like Greets, through TLS: the greeting over TLS from the first byte
+// (implicit), or the plain greeting, AUTH TLS and its 234 (explicit), then
+// a handshake that accepts any certificate, so that a server that cannot
+// load its certificate fails the start. Ends the session with QUIT so that
+// it is gone soon after.
+bool GreetsOverTls(const std::string& host, uint16_t port, bool implicit, std::string& seen) {
+  sockaddr_storage ss;
+  socklen_t len;
+  if (!FillAddress(host, port, ss, len)) return false;
+  int fd = socket(ss.ss_family, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  if (fd < 0) return false;
+  // Bounds every blocking read and write below, the handshake's included.
+  timeval timeout{3, 0};
+  setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout);
+  setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &timeout, sizeof timeout);
+  if (connect(fd, reinterpret_cast<sockaddr*>(&ss), len) != 0) {
+    close(fd);
+    return false;
+  }
+  SSL_CTX* ctx = nullptr;
+  SSL* ssl = nullptr;
+  auto until = Clock::now() + std::chrono::seconds(3);
+  // Reads until `code`'s final line, bounded in size and time.
+  auto readReply = [&](const char* code) {
+    std::string text;
+    while (Clock::now() < until && text.size() < 8192) {
+      char buf[1024];
+      int n = ssl ? SSL_read(ssl, buf, sizeof buf) : static_cast<int>(read(fd, buf, sizeof buf));
+      if (n <= 0) break;
+      text.append(buf, static_cast<size_t>(n));
+      if (HasFinalReply(text, code)) {
+        seen = text;
+        return true;
+      }
+    }
+    seen = text;
+    return false;
+  };
+  bool ok = false;
+  do {
+    if (!implicit) {
+      if (!readReply("220")) break;
+      const char auth[] = "AUTH TLS\r\n";
+      if (write(fd, auth, sizeof auth - 1) != static_cast<ssize_t>(sizeof auth - 1) || !readReply("234"))
+        break;
+    }
+    ctx = SSL_CTX_new(TLS_client_method());
+    ssl = ctx ? SSL_new(ctx) : nullptr;
+    if (!ssl || SSL_set_fd(ssl, fd) != 1) break;
+    if (SSL_connect(ssl) != 1) {
+      char reason[256] = "";
+      ERR_error_string_n(ERR_get_error(), reason, sizeof reason);
+      seen += std::string(" [TLS handshake failed: ") + reason + "]";
+      break;
+    }
+    if (implicit && !readReply("220")) break;
+    const char quit[] = "QUIT\r\n";
+    SSL_write(ssl, quit, sizeof quit - 1);
+    readReply("221");
+    ok = true;
+  } while (false);
+  ERR_clear_error();
+  if (ssl) SSL_free(ssl);
+  if (ctx) SSL_CTX_free(ctx);
+  close(fd);
+  return ok;
+}
+
 int RemoveEntry(const char* path, const struct stat*, int, FTW*) { return ::remove(path); }
 int ChownEntry(const char* path, const struct stat*, int, FTW*) {
   return lchown(path, FtpTestServer::Uid(), FtpTestServer::Gid()) == 0 ? 0 : 0;
@@ -202,6 +378,82 @@ const char* FtpServerName(FtpServerKind kind) {
 
 std::vector<FtpServerKind> AllFtpServers() {
   return {FtpServerKind::Vsftpd, FtpServerKind::PureFtpd, FtpServerKind::Proftpd};
+}
+
+const char* TestCertName(TestCertKind kind) {
+  switch (kind) {
+    case TestCertKind::Trusted:
+      return "trusted";
+    case TestCertKind::SelfSigned:
+      return "selfsigned";
+    case TestCertKind::OtherHost:
+      return "otherhost";
+    case TestCertKind::Expired:
+      return "expired";
+  }
+  return "?";
+}
+
+std::string TestCertificates::CertFile(TestCertKind kind) const {
+  return dir + "/" + TestCertName(kind) + ".pem";
+}
+
+std::string TestCertificates::KeyFile(TestCertKind kind) const {
+  return dir + "/" + TestCertName(kind) + ".key";
+}
+
+const TestCertificates* SharedTestCertificates(std::string& error) {
+  struct Shared {
+    TestCertificates certs;
+    std::string error;
+    bool made = false;
+    ~Shared() { RemoveTree(certs.dir); }
+  };
+  static std::mutex mutex;
+  static Shared shared;
+  std::lock_guard lock(mutex);
+  if (!shared.made) {
+    shared.made = true;
+    shared.certs.dir = MakeScratchDir("ftpzn-certs");
+    if (shared.certs.dir.empty()) {
+      shared.error = "cannot create a directory for the test certificates";
+    } else if (MakeCertificates(shared.certs.dir, shared.error)) {
+      shared.certs.caFile = shared.certs.dir + "/ca.pem";
+    }
+  }
+  if (shared.certs.caFile.empty()) {
+    error = shared.error;
+    return nullptr;
+  }
+  return &shared.certs;
+}
+
+const char* FtpTlsModeName(FtpTlsMode mode) {
+  switch (mode) {
+    case FtpTlsMode::None:
+      return "plain";
+    case FtpTlsMode::Explicit:
+      return "explicit";
+    case FtpTlsMode::Implicit:
+      return "implicit";
+  }
+  return "?";
+}
+
+bool FtpServerSupportsTls(FtpServerKind kind, FtpTlsMode mode) {
+  switch (kind) {
+    case FtpServerKind::Vsftpd:
+      return true;
+    case FtpServerKind::PureFtpd:
+      // Implicit TLS is a build option (--with-implicittls) that turns the
+      // whole server into FTPS; Debian's build greets in clear text.
+      return mode != FtpTlsMode::Implicit;
+    case FtpServerKind::Proftpd:
+      // mod_tls is in proftpd-mod-crypto, not in the proftpd-core unpacked
+      // for the tests.
+      return mode == FtpTlsMode::None;
+  }
+  return false;
 }
 
 uid_t FtpTestServer::Uid() {
@@ -231,19 +483,63 @@ void RemoveTree(const std::string& path) {
 
 std::string FtpTestServer::Url() const {
   std::string host = m_host.find(':') != std::string::npos ? "[" + m_host + "]" : m_host;
-  return std::string("ftp://") + kUser + ":" + kPassword + "@" + host + ":" + std::to_string(m_port);
+  return std::string(m_tls.mode == FtpTlsMode::Implicit ? "ftps://" : "ftp://") + kUser + ":" + kPassword +
+         "@" + host + ":" + std::to_string(m_port);
+}
+
+int FtpTestServer::SessionCount() const {
+  if (m_pid <= 0) return -1;
+  DIR* proc = opendir("/proc");
+  if (!proc) return -1;
+  int count = 0;
+  // Bounded by the number of processes on the machine.
+  while (dirent* entry = readdir(proc)) {
+    if (entry->d_name[0] < '1' || entry->d_name[0] > '9') continue;
+    std::ifstream in(std::string("/proc/") + entry->d_name + "/stat");
+    std::string stat((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    // "pid (comm) state ppid ...": comm may hold spaces and parentheses.
+    size_t close = stat.rfind(')');
+    if (close == std::string::npos) continue;
+    std::istringstream fields(stat.substr(close + 1));
+    char state = 0;
+    long ppid = 0;
+    if (!(fields >> state >> ppid)) continue;
+    // A zombie is a session that has ended but is not yet reaped.
+    if (ppid == m_pid && state != 'Z' && state != 'X') ++count;
+  }
+  closedir(proc);
+  return count;
+}
+
+bool FtpTestServer::WaitForSessionCount(int count, std::chrono::milliseconds timeout) const {
+  auto until = Clock::now() + timeout;
+  for (;;) {
+    if (SessionCount() == count) return true;
+    if (Clock::now() >= until) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
 }
 
 std::unique_ptr<FtpTestServer> FtpTestServer::Start(FtpServerKind kind, const std::string& root,
-                                                    std::string& error, bool ipv6) {
+                                                    std::string& error, bool ipv6, const FtpTlsOptions& tls) {
   const std::string name = FtpServerName(kind);
   if (geteuid() != 0) {
     error = name + " needs root to run (it switches users and chroots)";
     return nullptr;
   }
+  const bool useTls = tls.mode != FtpTlsMode::None;
+  if (!FtpServerSupportsTls(kind, tls.mode)) {
+    error = name + " as Debian ships it cannot serve " + FtpTlsModeName(tls.mode) + " TLS";
+    return nullptr;
+  }
+  const TestCertificates* certs = useTls ? SharedTestCertificates(error) : nullptr;
+  if (useTls && !certs) return nullptr;
+  const std::string certFile = certs ? certs->CertFile(tls.cert) : "";
+  const std::string keyFile = certs ? certs->KeyFile(tls.cert) : "";
   if (!EnsureUnpacked(error) || !EnsureAccount(error)) return nullptr;
   std::unique_ptr<FtpTestServer> server(new FtpTestServer);
   server->m_kind = kind;
+  server->m_tls = tls;
   server->m_host = ipv6 ? "::1" : "127.0.0.1";
   server->m_workDir = MakeScratchDir("ftpzn-" + name);
   if (server->m_workDir.empty()) {
@@ -286,6 +582,19 @@ std::unique_ptr<FtpTestServer> FtpTestServer::Start(FtpServerKind kind, const st
               "xferlog_enable=NO\ndual_log_enable=NO\n"
            << "vsftpd_log_file=" << work << "/vsftpd.log\n"
            << "max_clients=0\nmax_per_ip=0\n";
+      if (useTls) {
+        // ssl_tlsv1 is TLS 1.0 only; this build has no switches for 1.1 to
+        // 1.3, which stay on. The default cipher list (DES-CBC3-SHA) leaves
+        // TLS 1.2 handshakes without a cipher under OpenSSL 3 (TLS 1.3's
+        // suites are not set by it). The strict_ssl_* options stay at their
+        // default NO: a data connection may end with a bare TCP close.
+        conf << "ssl_enable=YES\nallow_anon_ssl=NO\n"
+                "force_local_logins_ssl=YES\nforce_local_data_ssl=YES\nrequire_ssl_reuse=YES\n"
+                "ssl_sslv2=NO\nssl_sslv3=NO\nssl_tlsv1=NO\nssl_ciphers=HIGH\n"
+             << "rsa_cert_file=" << certFile << "\n"
+             << "rsa_private_key_file=" << keyFile << "\n"
+             << "implicit_ssl=" << (tls.mode == FtpTlsMode::Implicit ? "YES" : "NO") << "\n";
+      }
       if (!WriteFile(work + "/vsftpd.conf", conf.str(), 0600)) break;
       argv = {Binary("usr/sbin/vsftpd"), work + "/vsftpd.conf"};
       break;
@@ -310,6 +619,12 @@ std::unique_ptr<FtpTestServer> FtpTestServer::Start(FtpServerKind kind, const st
               "-p", "21000:21999",
               // Lists are cut silently at a few thousand names otherwise.
               "-L", "2000000:16", "-f", "none"};
+      if (useTls) {
+        // 3 rather than 2: clear data connections are refused too, as with
+        // vsftpd's force_local_data_ssl, so a client that forgets PROT P
+        // fails on both.
+        argv.insert(argv.end(), {"-Y", "3", "-2", certFile + "," + keyFile});
+      }
       break;
     }
     case FtpServerKind::Proftpd: {
@@ -382,11 +697,16 @@ std::unique_ptr<FtpTestServer> FtpTestServer::Start(FtpServerKind kind, const st
               ReadTail(work + "/vsftpd.log");
       return nullptr;
     }
-    if (Greets(server->m_host, server->m_port, seen)) return server;
+    if (useTls ? GreetsOverTls(server->m_host, server->m_port, tls.mode == FtpTlsMode::Implicit, seen)
+               : Greets(server->m_host, server->m_port, seen)) {
+      return server;
+    }
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
   }
-  error = name + " did not greet with 220 within 10 s on " + server->m_host + " port " + port + " (saw \"" +
-          seen + "\"): " + ReadTail(log);
+  error = name + " did not greet with 220" +
+          (useTls ? std::string(" through ") + FtpTlsModeName(tls.mode) + " TLS" : "") + " within 10 s on " +
+          server->m_host + " port " + port + " (saw \"" + seen + "\"): " + ReadTail(log) +
+          (useTls && kind == FtpServerKind::Vsftpd ? ReadTail(work + "/vsftpd.log") : "");
   return nullptr;
 }
 
@@ -412,10 +732,11 @@ void FtpTestServer::Stop() {
 FtpTestServer::~FtpTestServer() { Stop(); }
 
 SharedFtpServer& SharedServer(FtpServerKind kind, const std::string& prefix,
-                              const std::function<void(const std::string& root)>& populate) {
+                              const std::function<void(const std::string& root)>& populate,
+                              const FtpTlsOptions& tls) {
   // Stops every shared server and removes its root at exit.
   struct Registry {
-    std::map<FtpServerKind, SharedFtpServer> servers;
+    std::map<std::tuple<FtpServerKind, FtpTlsMode, TestCertKind>, SharedFtpServer> servers;
     ~Registry() {
       for (auto& [k, s] : servers) {
         if (s.server) s.server->Stop();
@@ -424,12 +745,14 @@ SharedFtpServer& SharedServer(FtpServerKind kind, const std::string& prefix,
     }
   };
   static Registry registry;
-  auto it = registry.servers.find(kind);
+  // The certificate makes no difference without TLS.
+  auto key = std::make_tuple(kind, tls.mode, tls.mode == FtpTlsMode::None ? TestCertKind::Trusted : tls.cert);
+  auto it = registry.servers.find(key);
   if (it != registry.servers.end()) return it->second;
-  SharedFtpServer& s = registry.servers[kind];
+  SharedFtpServer& s = registry.servers[key];
   s.root = MakeScratchDir(prefix + FtpServerName(kind));
   if (populate) populate(s.root);
-  s.server = FtpTestServer::Start(kind, s.root, s.error);
+  s.server = FtpTestServer::Start(kind, s.root, s.error, false, tls);
   if (!s.server && s.error.empty()) s.error = "no reason given";
   return s;
 }
