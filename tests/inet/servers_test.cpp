@@ -8,11 +8,11 @@
 
 #include <fstream>
 #include <map>
-#include <random>
 
 #include "ftp_servers.h"
 #include "inet/inet.h"
 #include "inet/wirename.h"
+#include "transfers.h"
 
 namespace ftpzn::inet {
 namespace {
@@ -21,13 +21,6 @@ using testing::FtpServerKind;
 using testing::FtpTestServer;
 
 const std::vector<size_t> kSizes = {0, 4096, 4097, 10 * 1024 * 1024};
-
-std::string RandomBytes(size_t size, unsigned seed) {
-  std::mt19937 rng(seed);
-  std::string s(size, '\0');
-  for (auto& c : s) c = static_cast<char>(rng());
-  return s;
-}
 
 void WriteLocal(const std::string& path, const std::string& bytes) {
   std::ofstream(path, std::ios::binary | std::ios::trunc) << bytes;
@@ -89,31 +82,6 @@ class ServerTest : public ::testing::TestWithParam<FtpServerKind> {
     EXPECT_TRUE(c->CreateDirectory(dir)) << WideToWire(InternetGetLastResponseInfo());
     EXPECT_TRUE(c->SetCurrentDirectory(dir)) << WideToWire(InternetGetLastResponseInfo());
     return dir;
-  }
-
-  std::string Download(CFtpConnection& c, const std::wstring& name) {
-    auto file = c.OpenFile(name, GENERIC_READ, FTP_TRANSFER_TYPE_BINARY);
-    std::string data;
-    char block[4096];
-    for (int guard = 0; guard < 1 << 20; ++guard) {
-      uint32_t n = file->Read(block, sizeof block);
-      if (n == 0) break;
-      data.append(block, n);
-    }
-    SetLastError(99);
-    file->Close();
-    EXPECT_EQ(GetLastError(), 0u);
-    return data;
-  }
-
-  void Upload(CFtpConnection& c, const std::wstring& name, const std::string& bytes) {
-    auto file = c.OpenFile(name, GENERIC_WRITE, FTP_TRANSFER_TYPE_BINARY);
-    for (size_t at = 0; at < bytes.size(); at += 4096) {
-      file->Write(bytes.data() + at, static_cast<uint32_t>(std::min<size_t>(4096, bytes.size() - at)));
-    }
-    SetLastError(99);
-    file->Close();
-    EXPECT_EQ(GetLastError(), 0u) << WideToWire(InternetGetLastResponseInfo());
   }
 
   struct Found {
