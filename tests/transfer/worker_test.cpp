@@ -277,6 +277,28 @@ TEST(WorkerFailure, BrokenDownloadKeepsWhatArrived) {
   ftpzn::testing::RemoveTree(local);
 }
 
+// A server that never answers QUIT: the worker says its goodbye before it
+// reports its end, so the KillThread the manager calls on that end, on the
+// user-interface thread, has no network left to wait for.
+TEST(WorkerEnd, GoodbyeBeforeTheEndMessage) {
+  fake::FakeServer server(
+      fake::Plus(fake::Login(), {fake::On("CWD /", "250 ok\r\n"), fake::On("TYPE I", "200 ok\r\n"),
+                                 fake::Epsv(), fake::Transfer("RETR f.bin", "data"), fake::Silence("QUIT")}));
+  const std::string local = ftpzn::testing::MakeScratchDir("ftpzn-quit-");
+  Runner runner;
+  auto* down = runner.Make<CThreadFtpDownload>("f.bin", "/", wxString::FromUTF8(local) + "/");
+  down->m_nPort = server.Port();
+  down->ResumeThread();
+  EXPECT_TRUE(runner.Sink().WaitEnd(15000));
+  const auto start = Clock::now();
+  down->KillThread();
+  EXPECT_LT(std::chrono::duration<double>(Clock::now() - start).count(), 0.5);
+  server.Finish();
+  EXPECT_EQ(server.Problem(), "");
+  EXPECT_EQ(ReadBytes(local + "/f.bin"), "data");
+  ftpzn::testing::RemoveTree(local);
+}
+
 TEST(LocalFile, OneWriterAtATime) {
   const std::string dir = ftpzn::testing::MakeScratchDir("ftpzn-lf-");
   const wxString path = wxString::FromUTF8(dir) + "/one.bin";
