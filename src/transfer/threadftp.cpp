@@ -45,14 +45,18 @@ void CThreadFtp::KillThread() {
 }
 
 int CThreadFtp::ExitInstance() {
+  CloseConnection();
+  m_szMessage.reset();
+  return WorkerThread::ExitInstance();
+}
+
+void CThreadFtp::CloseConnection() {
   if (m_pConnection) {
     m_pConnection->Close();
     m_pConnection.reset();
   }
   if (m_session) m_session->Close();
   m_session.reset();
-  m_szMessage.reset();
-  return WorkerThread::ExitInstance();
 }
 
 void CThreadFtp::Delete() {
@@ -137,6 +141,15 @@ void CThreadFtp::RunTransfer(Fn&& transfer) {
   // What arrived is on disk, and the file free for others, before the end
   // is reported.
   m_file.Abort();
+  // So is the goodbye (QUIT, up to 2 s against a server that does not
+  // answer): the manager's KillThread on the end message runs on the
+  // user-interface thread and must find nothing left to wait for.
+  try {
+    CloseConnection();
+  } catch (const std::exception&) {
+    // A goodbye that fails changes nothing the transfer did; only the end
+    // message must still go.
+  }
 }
 
 void CThreadFtp::Post(TransferMessage message) {

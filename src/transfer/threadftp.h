@@ -114,6 +114,8 @@ class CThreadFtp : public wxObject, public ftpzn::WorkerThread {
   void Connect(bool upload);
   void EnterRemoteDirectory();
   void CloseRemote(ftpzn::inet::CInternetFile& remote);
+  // Says the goodbye on the connection and closes it and the session.
+  void CloseConnection();
   // Runs `transfer` with the three handlers every worker has; the result
   // is the text of what was caught, or stays empty.
   template <typename Fn>

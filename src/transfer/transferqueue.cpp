@@ -97,23 +97,21 @@ bool TransferQueue::Add(const TransferArgs& args, bool upload) {
     id = worker->m_nThreadID;
     m_rows.push_back({id, upload, worker.get(), args.failed ? FailedText() : QueuedText()});
     if (!args.failed) m_queued.push_back(id);
-  } catch (const std::bad_alloc&) {
-    if (!m_rows.empty() && m_rows.back().threadId == id) m_rows.pop_back();
-    return false;
-  }
-  OnRowAppended();
-  if (!upload) PumpAfterDownloadAdded();
-  Worker* listed = worker.get();
-  try {
+    worker->SetThreadPriority(WorkerThread::kPriorityNormal);
+    // Listed before the pump below: a failed download's end dispatched
+    // there lists it again, and a worker appended after that nested one
+    // would break the ascending order the lists are searched in.
     if constexpr (std::is_same_v<Worker, CThreadFtpDownload>)
       m_listDownloads.Append(std::move(worker));
     else
       m_listUploads.Append(std::move(worker));
   } catch (const std::bad_alloc&) {
-    if (const long index = FindRow(id); index >= 0) RemoveRow(static_cast<size_t>(index));
+    if (!m_rows.empty() && m_rows.back().threadId == id) m_rows.pop_back();
+    if (!m_queued.empty() && m_queued.back() == id) m_queued.pop_back();
     return false;
   }
-  listed->SetThreadPriority(WorkerThread::kPriorityNormal);
+  OnRowAppended();
+  if (!upload) PumpAfterDownloadAdded();
   RunScheduler();
   return true;
 }

@@ -83,7 +83,8 @@ wxString FormatTransferProgress(uint64_t done, uint64_t total, double bytesPerSe
 wxString FormatByteCount(uint64_t bytes);
 
 // Workers of one direction in order of creation, found by thread
-// identifier (which grows with creation) without a walk.
+// identifier (which grows with creation) without a walk: so each must be
+// appended in the order it was made.
 template <typename Worker>
 class WorkerList {
  public:

@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <functional>
 #include <thread>
+#include <utility>
 
 #include "fake_server.h"
 #include "ftp_servers.h"
@@ -276,6 +277,28 @@ TEST(WorkerFailure, BrokenDownloadKeepsWhatArrived) {
   ftpzn::testing::RemoveTree(local);
 }
 
+// A server that never answers QUIT: the worker says its goodbye before it
+// reports its end, so the KillThread the manager calls on that end, on the
+// user-interface thread, has no network left to wait for.
+TEST(WorkerEnd, GoodbyeBeforeTheEndMessage) {
+  fake::FakeServer server(
+      fake::Plus(fake::Login(), {fake::On("CWD /", "250 ok\r\n"), fake::On("TYPE I", "200 ok\r\n"),
+                                 fake::Epsv(), fake::Transfer("RETR f.bin", "data"), fake::Silence("QUIT")}));
+  const std::string local = ftpzn::testing::MakeScratchDir("ftpzn-quit-");
+  Runner runner;
+  auto* down = runner.Make<CThreadFtpDownload>("f.bin", "/", wxString::FromUTF8(local) + "/");
+  down->m_nPort = server.Port();
+  down->ResumeThread();
+  EXPECT_TRUE(runner.Sink().WaitEnd(15000));
+  const auto start = Clock::now();
+  down->KillThread();
+  EXPECT_LT(std::chrono::duration<double>(Clock::now() - start).count(), 0.5);
+  server.Finish();
+  EXPECT_EQ(server.Problem(), "");
+  EXPECT_EQ(ReadBytes(local + "/f.bin"), "data");
+  ftpzn::testing::RemoveTree(local);
+}
+
 TEST(LocalFile, OneWriterAtATime) {
   const std::string dir = ftpzn::testing::MakeScratchDir("ftpzn-lf-");
   const wxString path = wxString::FromUTF8(dir) + "/one.bin";
@@ -300,6 +323,18 @@ TEST(LocalFile, OneWriterAtATime) {
 // listens on their port).
 class SchedulerTest : public ::testing::Test {
  protected:
+  // Runs `pump` once at the next add's pump, as the window dispatches the
+  // messages waiting then.
+  class Queue : public ftpzn::TransferQueue {
+   public:
+    std::function<void()> pump;
+
+   protected:
+    void PumpAfterDownloadAdded() override {
+      if (auto once = std::exchange(pump, nullptr)) once();
+    }
+  };
+
   void Add(int count) {
     ftpzn::TransferArgs args{"127.0.0.1", "u", "p", "f", "/tmp/", "/"};
     args.port = ftpzn::testing::ClosedPort();
@@ -307,7 +342,7 @@ class SchedulerTest : public ::testing::Test {
   }
   bool Started(size_t row) { return m_queue.GetRow(row).worker->HasStarted(); }
 
-  ftpzn::TransferQueue m_queue;
+  Queue m_queue;
 };
 
 TEST_F(SchedulerTest, StartsOneCountsAQueuedOneAgainAndHolds) {
@@ -342,6 +377,22 @@ TEST_F(SchedulerTest, StartsOneCountsAQueuedOneAgainAndHolds) {
   EXPECT_EQ(m_queue.GetRowCount(), 2u);
   EXPECT_TRUE(Started(0));
   EXPECT_EQ(m_queue.m_nActive, 2);
+}
+
+// A failed download's end, waiting when the next download is added, lists
+// it again from inside that add: both rows keep their workers reachable,
+// and the new one is started rather than left "Queued".
+TEST_F(SchedulerTest, FailedDownloadListedAgainInsideAnAdd) {
+  Add(1);
+  const uint32_t failed = m_queue.GetRow(0).threadId;
+  ASSERT_TRUE(m_queue.GetRow(0).worker->m_hEventDead.Wait(5000));
+  m_queue.pump = [&] { m_queue.OnDownloadDone(failed); };
+  Add(1);
+  ASSERT_EQ(m_queue.GetRowCount(), 2u);
+  EXPECT_EQ(m_queue.GetCellText(1, ftpzn::TransferQueue::kColumnStatus), "Failed");
+  for (size_t i = 0; i < 2; ++i)
+    EXPECT_EQ(m_queue.FindWorker(m_queue.GetRow(i).threadId), m_queue.GetRow(i).worker);
+  EXPECT_TRUE(Started(0));
 }
 
 TEST_F(SchedulerTest, QueuedRowsAfterFailedOnesStartInOrder) {
