@@ -221,6 +221,8 @@ std::unique_ptr<TlsStream> TlsStream::Connect(Fd fd, const std::string& host,
     }
   }
   stream->Drive([ssl] { return SSL_connect(ssl); }, deadline, "TLS handshake");
+  // OpenSSL itself counts the tickets that follow as part of a handshake.
+  stream->m_established = true;
   stream->DescribePeer();
   return stream;
 }
@@ -241,7 +243,7 @@ bool TlsStream::Resumed() const { return SSL_session_reused(m_ssl) == 1; }
 void TlsStream::Fail(int result, const char* what) {
   m_broken = true;
   int error = SSL_get_error(m_ssl, result);
-  const bool handshaking = !SSL_is_init_finished(m_ssl);
+  const bool handshaking = !m_established;
   const uint32_t lost = handshaking ? kErrSecureChannel : kErrConnectionAborted;
   std::string reason;
   uint32_t code = lost;
@@ -276,7 +278,7 @@ int TlsStream::Drive(Op op, const Deadline& deadline, const char* what) {
         WaitReady(m_fd.Get(), POLLOUT, deadline, std::string(what) + " with " + m_host);
         break;
       case SSL_ERROR_ZERO_RETURN:
-        if (SSL_is_init_finished(m_ssl)) return 0;
+        if (m_established) return 0;
         [[fallthrough]];
       default:
         Fail(result, what);

@@ -106,7 +106,8 @@ class TlsStream : public Stream {
   SSL* m_ssl;
   std::string m_host;
   TlsPeerInfo m_peer;
-  bool m_broken = false;  // no orderly close_notify may follow
+  bool m_established = false;  // the handshake is over
+  bool m_broken = false;       // no orderly close_notify may follow
   bool m_closeSent = false;
 };
 

@@ -639,5 +639,90 @@ TEST_F(FakeServerTest, ObjectsOutlivingTheirConnection) {
   EXPECT_EQ(GetLastError(), 12017u);
 }
 
+// Over TLS, with the scripted server's own self-signed certificate
+// accepted.
+class FakeTlsTest : public ::testing::Test {
+ protected:
+  struct Session : CInternetSession {
+    bool OnUntrustedCertificate(const std::wstring&, uint16_t, const TlsPeerInfo&) override { return true; }
+  } m_session;
+  void SetUp() override {
+    for (uint32_t option : {INTERNET_OPTION_CONNECT_TIMEOUT, INTERNET_OPTION_RECEIVE_TIMEOUT,
+                            INTERNET_OPTION_SEND_TIMEOUT})
+      m_session.SetOption(option, 3000);
+  }
+  std::unique_ptr<CFtpConnection> Connect(FakeServer& server) {
+    return m_session.GetFtpConnection(L"127.0.0.1", L"user", L"secret", server.Port(), true, TlsMode::Explicit);
+  }
+};
+
+// A "230" injected in clear text behind "234" must not answer USER from
+// inside TLS: the login goes on with PASS, as the real replies ask.
+TEST_F(FakeTlsTest, BytesAfter234AreNeverReplies) {
+  FakeServer server(Plus(fake::TlsLogin("234 go ahead\r\n230 injected, no password needed\r\n"),
+                         {On("PWD", "257 \"/inside\" is current\r\n")}));
+  auto c = Connect(server);
+  std::wstring dir;
+  ASSERT_TRUE(c->GetCurrentDirectory(dir)) << WideToWire(InternetGetLastResponseInfo());
+  EXPECT_EQ(dir, L"/inside");
+  c->Close();
+  server.Finish();
+  EXPECT_EQ(server.Problem(), "");
+  EXPECT_EQ(server.Received(), (std::vector<std::string>{"AUTH TLS", "USER user", "PASS secret", "PBSZ 0",
+                                                         "PROT P", "FEAT", "PWD", "QUIT"}));
+}
+
+// A download whose TLS stream ends without close_notify was cut short by
+// someone: the bytes that came are given, the transfer fails all the same.
+TEST_F(FakeTlsTest, DataWithoutCloseNotifyIsAFailedTransfer) {
+  const std::string body(100000, 'z');
+  for (const bool closeNotify : {true, false}) {
+    SCOPED_TRACE(closeNotify ? "with close_notify" : "cut");
+    Step retr = Transfer("RETR f", body);
+    retr.dataTls = true;
+    retr.dataCloseNotify = closeNotify;
+    FakeServer server(Plus(fake::TlsLogin(), {On("TYPE I", "200 ok\r\n"), Epsv(), retr}));
+    auto c = Connect(server);
+    auto file = c->OpenFile(L"f");
+    std::string got;
+    char block[4096];
+    uint32_t error = 0;
+    try {
+      for (uint32_t n; got.size() <= body.size() && (n = file->Read(block, sizeof block)) > 0;) got.append(block, n);
+    } catch (const CInternetException& e) {
+      error = e.m_dwError;
+    }
+    file->Close();
+    if (error == 0) error = GetLastError();
+    EXPECT_EQ(got, body);
+    if (closeNotify) {
+      EXPECT_EQ(error, 0u) << WideToWire(InternetGetLastResponseInfo());
+    } else {
+      EXPECT_EQ(error, kErrConnectionAborted);
+      EXPECT_NE(InternetGetLastResponseInfo().find(L"close_notify"), std::wstring::npos)
+          << WideToWire(InternetGetLastResponseInfo());
+    }
+    c.reset();
+    server.Finish();
+    EXPECT_EQ(server.Problem(), "");
+  }
+}
+
+// A server that accepts AUTH TLS and then says nothing: the handshake ends
+// with the time-out, not with the server's patience.
+TEST_F(FakeTlsTest, SilentHandshakeTimesOut) {
+  for (uint32_t option : {INTERNET_OPTION_CONNECT_TIMEOUT, INTERNET_OPTION_RECEIVE_TIMEOUT})
+    m_session.SetOption(option, 400);
+  FakeServer server({Greet("220 hi\r\n"), On("AUTH TLS", "234 go ahead\r\n"), Silence()});
+  const auto start = std::chrono::steady_clock::now();
+  try {
+    Connect(server);
+    FAIL() << "connected without a handshake";
+  } catch (const CInternetException& e) {
+    EXPECT_EQ(e.m_dwError, kErrTimeout);
+  }
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(2500));
+}
+
 }  // namespace
 }  // namespace ftpzn::inet

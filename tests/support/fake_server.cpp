@@ -3,6 +3,9 @@
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
+#include <openssl/err.h>
+#include <openssl/ssl.h>
+#include <openssl/x509.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -47,11 +50,51 @@ int AcceptOne(int listener) {
   return accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
 }
 
-bool SendAll(int fd, const std::string& bytes, size_t pieceSize) {
+// A server context with a self-signed certificate made in memory, once.
+SSL_CTX* ServerTlsContext() {
+  static SSL_CTX* const context = [] {
+    SSL_CTX* ctx = SSL_CTX_new(TLS_server_method());
+    EVP_PKEY* key = EVP_EC_gen("P-256");
+    X509* cert = X509_new();
+    ASN1_INTEGER_set(X509_get_serialNumber(cert), 1);
+    X509_gmtime_adj(X509_getm_notBefore(cert), -3600);
+    X509_gmtime_adj(X509_getm_notAfter(cert), 86400);
+    X509_set_pubkey(cert, key);
+    X509_NAME_add_entry_by_txt(X509_get_subject_name(cert), "CN", MBSTRING_ASC,
+                               reinterpret_cast<const unsigned char*>("fake server"), -1, -1, 0);
+    X509_set_issuer_name(cert, X509_get_subject_name(cert));
+    X509_sign(cert, key, EVP_sha256());
+    SSL_CTX_use_certificate(ctx, cert);
+    SSL_CTX_use_PrivateKey(ctx, key);
+    X509_free(cert);
+    EVP_PKEY_free(key);
+    return ctx;
+  }();
+  return context;
+}
+
+// A server-side handshake on a blocking socket, bounded by a receive
+// time-out; null when it failed.
+SSL* AcceptTls(int fd) {
+  timeval limit{kWaitMs / 1000, 0};
+  setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+  SSL* ssl = SSL_new(ServerTlsContext());
+  SSL_set_fd(ssl, fd);
+  if (SSL_accept(ssl) != 1) {
+    SSL_free(ssl);
+    ERR_clear_error();
+    return nullptr;
+  }
+  return ssl;
+}
+
+bool SendAll(int fd, const std::string& bytes, size_t pieceSize, SSL* tls = nullptr) {
   size_t step = pieceSize ? pieceSize : bytes.size();
   for (size_t at = 0; at < bytes.size(); at += step) {
     size_t n = std::min(step, bytes.size() - at);
-    if (send(fd, bytes.data() + at, n, MSG_NOSIGNAL) != static_cast<ssize_t>(n)) return false;
+    const ssize_t sent = tls ? SSL_write(tls, bytes.data() + at, static_cast<int>(n))
+                             : send(fd, bytes.data() + at, n, MSG_NOSIGNAL);
+    if (sent != static_cast<ssize_t>(n)) return false;
     // Separate pieces reach the client as separate reads.
     if (pieceSize) std::this_thread::sleep_for(std::chrono::milliseconds(2));
   }
@@ -82,6 +125,14 @@ Step On(std::string expect, std::string reply) {
 std::vector<Step> Login() {
   return {Greet("220 fake ready\r\n"), On("USER", "331 password please\r\n"), On("PASS", "230 in\r\n"),
           On("FEAT", "500 no FEAT here\r\n")};
+}
+
+std::vector<Step> TlsLogin(std::string authReply) {
+  Step auth = On("AUTH TLS", std::move(authReply));
+  auth.startTls = true;
+  return {Greet("220 fake ready\r\n"), auth,
+          On("USER", "331 password please\r\n"), On("PASS", "230 in\r\n"),
+          On("PBSZ 0", "200 ok\r\n"), On("PROT P", "200 ok\r\n"), On("FEAT", "500 no FEAT here\r\n")};
 }
 
 std::vector<Step> Plus(std::vector<Step> a, const std::vector<Step>& b) {
@@ -168,6 +219,8 @@ void FakeServer::Run() {
     return;
   }
   Serve(control);
+  if (m_controlTls) SSL_free(m_controlTls);
+  m_controlTls = nullptr;
   close(control);
 }
 
@@ -204,9 +257,10 @@ void FakeServer::Serve(int control) {
         m_received.push_back(line);
         return true;
       }
-      if (m_stop || !WaitIn(control, kWaitMs)) return false;
+      const bool pending = m_controlTls && SSL_pending(m_controlTls) > 0;
+      if (m_stop || (!pending && !WaitIn(control, kWaitMs))) return false;
       char chunk[512];
-      ssize_t n = recv(control, chunk, sizeof chunk, 0);
+      ssize_t n = m_controlTls ? SSL_read(m_controlTls, chunk, sizeof chunk) : recv(control, chunk, sizeof chunk, 0);
       if (n <= 0) return false;
       buffer.append(chunk, static_cast<size_t>(n));
     }
@@ -222,7 +276,7 @@ void FakeServer::Serve(int control) {
       }
       if (line.compare(0, step.expect.size(), step.expect) != 0) {
         Note("expected \"" + step.expect + "\", got \"" + line + "\"");
-        SendAll(control, "500 unexpected\r\n", 0);
+        SendAll(control, "500 unexpected\r\n", 0, m_controlTls);
         return;
       }
     }
@@ -236,12 +290,15 @@ void FakeServer::Serve(int control) {
     if (step.openData && m_dataListener < 0) m_dataListener = Listen();
     switch (step.action) {
       case Step::Action::Silence:
-        // Say nothing until the client gives up (bounded).
-        for (int i = 0; i < 40 && !m_stop && WaitIn(control, 250) == false; ++i) {
+        // Say nothing until the client gives up (bounded); what it sends
+        // meanwhile (a TLS hello) is read and ignored.
+        for (int i = 0; i < 40 && !m_stop; ++i) {
+          char ignored[512];
+          if (WaitIn(control, 250) && recv(control, ignored, sizeof ignored, 0) <= 0) break;
         }
         return;
       case Step::Action::Close:
-        if (!step.reply.empty()) SendAll(control, step.reply, step.pieceSize);
+        if (!step.reply.empty()) SendAll(control, step.reply, step.pieceSize, m_controlTls);
         return;
       case Step::Action::Reply:
         break;
@@ -253,7 +310,11 @@ void FakeServer::Serve(int control) {
       Replace(reply, "{P2}", std::to_string(port & 0xFF));
       Replace(reply, "{PORT}", std::to_string(port));
     }
-    if (!SendAll(control, reply, step.pieceSize)) return;
+    if (!SendAll(control, reply, step.pieceSize, m_controlTls)) return;
+    if (step.startTls && !(m_controlTls = AcceptTls(control))) {
+      Note("no TLS handshake on the control connection");
+      return;
+    }
     if (step.sendData) {
       int data = -1;
       if (!m_activeTarget.empty()) {
@@ -273,25 +334,35 @@ void FakeServer::Serve(int control) {
         Note("no data connection for \"" + line + "\"");
         return;
       }
+      SSL* dataTls = nullptr;
+      if (step.dataTls && !(dataTls = AcceptTls(data))) {
+        Note("no TLS handshake on the data connection for \"" + line + "\"");
+        close(data);
+        return;
+      }
       std::this_thread::sleep_for(std::chrono::milliseconds(step.dataPauseMs));
       if (step.dataPieceSize == 0) {
-        SendAll(data, step.data, 0);
+        SendAll(data, step.data, 0, dataTls);
       } else {
         for (size_t at = 0; at < step.data.size() && !m_stop; at += step.dataPieceSize) {
-          if (!SendAll(data, step.data.substr(at, step.dataPieceSize), 0)) break;
+          if (!SendAll(data, step.data.substr(at, step.dataPieceSize), 0, dataTls)) break;
           std::this_thread::sleep_for(std::chrono::milliseconds(step.dataPieceMs));
         }
       }
+      if (dataTls) {
+        if (step.dataCloseNotify) SSL_shutdown(dataTls);
+        SSL_free(dataTls);
+      }
       close(data);
       if (step.closeAfterData) return;
-      if (!step.afterData.empty() && !SendAll(control, step.afterData, 0)) return;
+      if (!step.afterData.empty() && !SendAll(control, step.afterData, 0, m_controlTls)) return;
     }
   }
   // Script done: answer QUIT, refuse the rest, until the client leaves.
   std::string line;
   for (int i = 0; i < 100 && readLine(line); ++i) {
     bool quit = line.rfind("QUIT", 0) == 0;
-    SendAll(control, quit ? "221 bye\r\n" : "502 not in the script\r\n", 0);
+    SendAll(control, quit ? "221 bye\r\n" : "502 not in the script\r\n", 0, m_controlTls);
     if (quit) return;
   }
 }

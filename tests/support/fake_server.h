@@ -12,6 +12,8 @@
 #include <thread>
 #include <vector>
 
+typedef struct ssl_st SSL;
+
 namespace ftpzn::inet::fake {
 
 struct Step {
@@ -43,12 +45,22 @@ struct Step {
   bool closeAfterData = false;
   // Then send this reply (the end of the transfer) unless closed.
   std::string afterData;
+  // After the reply, a TLS handshake as the server (a self-signed
+  // certificate made at start): every later byte of the control connection
+  // goes through TLS.
+  bool startTls = false;
+  // The data connection through TLS, ended with close_notify or (as an
+  // attacker cutting it would) without.
+  bool dataTls = false;
+  bool dataCloseNotify = true;
 };
 
 Step Greet(std::string reply);
 Step On(std::string expect, std::string reply);
 // The usual login: greeting, USER, PASS, FEAT (no features).
 std::vector<Step> Login();
+// The same after AUTH TLS (answered with `authReply`), with PBSZ and PROT.
+std::vector<Step> TlsLogin(std::string authReply = "234 go ahead\r\n");
 std::vector<Step> Plus(std::vector<Step> a, const std::vector<Step>& b);
 // Sends `bytes` (after `expect`, if any), then closes the connection.
 Step CloseWith(std::string bytes, std::string expect = {});
@@ -89,6 +101,7 @@ class FakeServer {
   std::vector<std::string> m_received;
   std::string m_problem;
   std::string m_activeTarget;  // "host port" from PORT/EPRT
+  SSL* m_controlTls = nullptr;
   std::thread m_thread;
 };
 
