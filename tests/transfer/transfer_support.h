@@ -44,7 +44,13 @@ inline const SampleFile kSampleFiles[] = {{"empty.bin", 0},
 
 // One server of a kind for the binary, over a tree every test shares:
 // /pub with the sample files, /up for uploads, and trees for the walks.
-inline testing::SharedFtpServer& TransferServer(testing::FtpServerKind kind) {
+// With TLS, the test CA becomes the process's trust store.
+inline testing::SharedFtpServer& TransferServer(testing::FtpServerKind kind, testing::FtpTlsOptions tls = {}) {
+  if (tls.mode != testing::FtpTlsMode::None) {
+    std::string error;
+    if (const testing::TestCertificates* certificates = testing::SharedTestCertificates(error))
+      setenv("SSL_CERT_FILE", certificates->caFile.c_str(), 1);
+  }
   return testing::SharedServer(kind, "ftpzn-xfer-", [](const std::string& root) {
     namespace fs = std::filesystem;
     fs::create_directories(root + "/pub");
@@ -76,7 +82,7 @@ inline testing::SharedFtpServer& TransferServer(testing::FtpServerKind kind) {
     fs::create_directories(root + "/q/q..");
     WriteBytes(root + "/q/q../escape.txt", "e");
     WriteBytes(root + "/q/stay.txt", "s");
-  });
+  }, tls);
 }
 
 class RecordingSink : public TransferSink {

@@ -24,6 +24,7 @@ using ftpzn::test::ReadBytes;
 using ftpzn::test::RecordingSink;
 using ftpzn::testing::FtpServerKind;
 using ftpzn::testing::FtpTestServer;
+using ftpzn::testing::FtpTlsMode;
 using Clock = std::chrono::steady_clock;
 
 // What a worker left behind once it ended.
@@ -73,10 +74,23 @@ class Runner {
   std::shared_ptr<RecordingSink> m_sink;
 };
 
-class WorkerTest : public ::testing::TestWithParam<FtpServerKind> {
+// A server and how the workers reach it.
+struct ServerMode {
+  FtpServerKind kind;
+  FtpTlsMode tls = FtpTlsMode::None;
+};
+
+ftpzn::inet::TlsMode EngineMode(FtpTlsMode mode) {
+  return mode == FtpTlsMode::None       ? ftpzn::inet::TlsMode::None
+         : mode == FtpTlsMode::Explicit ? ftpzn::inet::TlsMode::Explicit
+                                        : ftpzn::inet::TlsMode::Implicit;
+}
+
+class WorkerTest : public ::testing::TestWithParam<ServerMode> {
  protected:
   void SetUp() override {
-    ftpzn::testing::SharedFtpServer& shared = ftpzn::test::TransferServer(GetParam());
+    ftpzn::testing::SharedFtpServer& shared =
+        ftpzn::test::TransferServer(GetParam().kind, {GetParam().tls, ftpzn::testing::TestCertKind::Trusted});
     ASSERT_TRUE(shared.server) << shared.error;
     m_port = shared.server->Port();
     m_root = shared.root;
@@ -88,6 +102,7 @@ class WorkerTest : public ::testing::TestWithParam<FtpServerKind> {
   Worker* Make(const wxString& name, const wxString& remoteDir, const wxString& localDir) {
     Worker* worker = m_runner.Make<Worker>(name, remoteDir, localDir);
     worker->m_nPort = m_port;
+    worker->m_tlsMode = EngineMode(GetParam().tls);
     return worker;
   }
 
@@ -97,8 +112,9 @@ class WorkerTest : public ::testing::TestWithParam<FtpServerKind> {
   std::string m_local;
 };
 
-std::string KindName(const ::testing::TestParamInfo<FtpServerKind>& info) {
-  std::string name = ftpzn::testing::FtpServerName(info.param);
+std::string KindName(const ::testing::TestParamInfo<ServerMode>& info) {
+  std::string name = ftpzn::testing::FtpServerName(info.param.kind);
+  if (info.param.tls != FtpTlsMode::None) name += std::string("_") + ftpzn::testing::FtpTlsModeName(info.param.tls);
   for (char& c : name)
     if (!isalnum(static_cast<unsigned char>(c))) c = '_';
   return name;
@@ -140,7 +156,48 @@ TEST_P(WorkerTest, DownloadAndUploadByteExactWithTheirLines) {
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(Servers, WorkerTest, ::testing::ValuesIn(ftpzn::testing::AllFtpServers()), KindName);
+INSTANTIATE_TEST_SUITE_P(Servers, WorkerTest,
+                         ::testing::Values(ServerMode{FtpServerKind::Vsftpd}, ServerMode{FtpServerKind::PureFtpd},
+                                           ServerMode{FtpServerKind::Proftpd},
+                                           ServerMode{FtpServerKind::Vsftpd, FtpTlsMode::Explicit},
+                                           ServerMode{FtpServerKind::Vsftpd, FtpTlsMode::Implicit},
+                                           ServerMode{FtpServerKind::PureFtpd, FtpTlsMode::Explicit}),
+                         KindName);
+
+// Workers never ask about a certificate: they take the one the browsing
+// connection accepted, and no other that the system does not trust.
+TEST(WorkerTls, UntrustedCertificateOnlyTheAcceptedOne) {
+  ftpzn::testing::SharedFtpServer& shared = ftpzn::test::TransferServer(
+      FtpServerKind::Vsftpd, {FtpTlsMode::Explicit, ftpzn::testing::TestCertKind::SelfSigned});
+  ASSERT_TRUE(shared.server) << shared.error;
+  struct Accepting : ftpzn::inet::CInternetSession {
+    bool OnUntrustedCertificate(const std::wstring&, uint16_t, const ftpzn::inet::TlsPeerInfo&) override {
+      return true;
+    }
+  } browsing;
+  const std::string accepted =
+      browsing.GetFtpConnection(L"127.0.0.1", L"ftpzntest", L"ftpzn-Pa55", shared.server->Port(), true,
+                                ftpzn::inet::TlsMode::Explicit)
+          ->GetTlsInfo()
+          ->fingerprint;
+  const std::string local = ftpzn::testing::MakeScratchDir("ftpzn-local-");
+  for (const std::string& certificate : {std::string(), std::string(64, 'A'), accepted}) {
+    SCOPED_TRACE(certificate.empty() ? "none accepted" : certificate);
+    Runner runner;
+    auto* worker = runner.Make<CThreadFtpDownload>("block.bin", "/pub", wxString::FromUTF8(local) + "/");
+    worker->m_nPort = shared.server->Port();
+    worker->m_tlsMode = ftpzn::inet::TlsMode::Explicit;
+    worker->m_strAcceptedCertificate = wxString::FromUTF8(certificate);
+    const Outcome o = runner.Finish(worker);
+    if (certificate == accepted) {
+      EXPECT_EQ(o.result, "\"block.bin\" successfully downloaded.");
+    } else {
+      EXPECT_EQ(o.failed, 1);
+      EXPECT_EQ(o.result, "The server's certificate is not signed by a trusted authority.");
+    }
+  }
+  ftpzn::testing::RemoveTree(local);
+}
 
 // Refusals against one real server: what the user reads, and that a name
 // which would leave the local directory never reaches the disk.
@@ -183,7 +240,7 @@ TEST_P(RefusalTest, ResultTexts) {
   EXPECT_FALSE(fs::exists(fs::path(m_local).parent_path() / "escape.txt")) << parent;
 }
 
-INSTANTIATE_TEST_SUITE_P(Vsftpd, RefusalTest, ::testing::Values(FtpServerKind::Vsftpd), KindName);
+INSTANTIATE_TEST_SUITE_P(Vsftpd, RefusalTest, ::testing::Values(ServerMode{FtpServerKind::Vsftpd}), KindName);
 
 // A server that refuses every connection, tried three times a second apart.
 TEST(WorkerAttempts, ThreeAttemptsEndWithTheLastError) {
