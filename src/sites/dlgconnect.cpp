@@ -1,6 +1,7 @@
 #include "sites/dlgconnect.h"
 
 #include <wx/button.h>
+#include <wx/choice.h>
 #include <wx/checkbox.h>
 #include <wx/listbox.h>
 #include <wx/stattext.h>
@@ -35,6 +36,8 @@ wxBEGIN_EVENT_TABLE(CDlgConnect, wxDialog) EVT_INIT_DIALOG(CDlgConnect::OnInitDi
                             EVT_TEXT(CDlgConnect::IDC_PROFILE_NAME, CDlgConnect::OnProfileNameChanged)
                                 EVT_BUTTON(CDlgConnect::IDC_REMOVE, CDlgConnect::OnRemove)
                                     EVT_BUTTON(CDlgConnect::IDC_SAVE, CDlgConnect::OnSave)
+                                        EVT_CHOICE(CDlgConnect::IDC_SECURITY, CDlgConnect::OnSecurityChosen)
+                                            EVT_TEXT(CDlgConnect::IDC_HOST, CDlgConnect::OnHostChanged)
                                         EVT_BUTTON(ftpzn::kResultOk, CDlgConnect::OnConnect)
                                             EVT_BUTTON(ftpzn::kResultCancel, CDlgConnect::OnCancel)
                                                 EVT_CLOSE(CDlgConnect::OnClose) wxEND_EVENT_TABLE()
@@ -101,15 +104,24 @@ void CDlgConnect::CreateControls() {
   label("&Description:", kLabelX, 262);
   new wxTextCtrl(this, IDC_DESCRIPTION, wxString(), wxPoint(kEditX, 262), wxSize(kWide, 78), wxTE_MULTILINE);
 
-  new wxButton(this, IDC_ADD, "&Add", wxPoint(10, 352), wxSize(64, 30));
-  new wxButton(this, IDC_SAVE, "Sa&ve", wxPoint(78, 352), wxSize(64, 30));
-  new wxButton(this, IDC_REMOVE, "&Remove", wxPoint(146, 352), wxSize(64, 30));
-  new wxCheckBox(this, IDC_SAVE_OPTION, "Save ...", wxPoint(kLabelX, 358));
-  new wxButton(this, IDC_WIZARD, "Wizard...", wxPoint(330, 352), wxSize(96, 30));
-  auto* connect = new wxButton(this, ftpzn::kResultOk, "&Connect", wxPoint(432, 352), wxSize(96, 30));
-  new wxButton(this, ftpzn::kResultCancel, "Cancel", wxPoint(534, 352), wxSize(96, 30));
+  // A row of its own under the form, so that nobody needs to know the
+  // schemes: the choice writes one into the host address.
+  label("&Encryption:", kLabelX, 352);
+  const wxString security[] = {"None (plain FTP)", "Explicit TLS (AUTH TLS, usually port 21)",
+                               "Implicit TLS (usually port 990)"};
+  auto* choice = new wxChoice(this, IDC_SECURITY, wxPoint(kEditX, 352), wxSize(kWide, 30), 3, security);
+  choice->SetSelection(0);
+
+  constexpr int kButtonsY = 388;
+  new wxButton(this, IDC_ADD, "&Add", wxPoint(10, kButtonsY), wxSize(64, 30));
+  new wxButton(this, IDC_SAVE, "Sa&ve", wxPoint(78, kButtonsY), wxSize(64, 30));
+  new wxButton(this, IDC_REMOVE, "&Remove", wxPoint(146, kButtonsY), wxSize(64, 30));
+  new wxCheckBox(this, IDC_SAVE_OPTION, "Save ...", wxPoint(kLabelX, kButtonsY + 6));
+  new wxButton(this, IDC_WIZARD, "Wizard...", wxPoint(330, kButtonsY), wxSize(96, 30));
+  auto* connect = new wxButton(this, ftpzn::kResultOk, "&Connect", wxPoint(432, kButtonsY), wxSize(96, 30));
+  new wxButton(this, ftpzn::kResultCancel, "Cancel", wxPoint(534, kButtonsY), wxSize(96, 30));
   connect->SetDefault();
-  SetClientSize(640, 392);
+  SetClientSize(640, kButtonsY + 40);
 }
 
 wxTextCtrl* CDlgConnect::Edit(int id) const { return static_cast<wxTextCtrl*>(FindWindow(id)); }
@@ -392,6 +404,24 @@ void CDlgConnect::OnLoginChanged(wxCommandEvent&) {
     MaskPassword(true);
     Check(IDC_ANONYMOUS)->SetValue(false);
   }
+}
+
+void CDlgConnect::OnSecurityChosen(wxCommandEvent& event) {
+  const auto security = static_cast<ftpzn::HostSecurity>(event.GetSelection());
+  wxTextCtrl* host = Edit(IDC_HOST);
+  const ftpzn::HostSecurity before = ftpzn::SecurityOfHost(host->GetValue());
+  host->SetValue(ftpzn::HostWithSecurity(host->GetValue(), security));
+  // Implicit TLS has its own usual port; a port the user chose stays.
+  wxTextCtrl* port = Edit(IDC_PORT);
+  const wxString usual = security == ftpzn::HostSecurity::ImplicitTls ? "990" : "21";
+  const wxString previous = before == ftpzn::HostSecurity::ImplicitTls ? "990" : "21";
+  if (port->GetValue().Trim().Trim(false) == previous) port->SetValue(usual);
+}
+
+void CDlgConnect::OnHostChanged(wxCommandEvent& event) {
+  event.Skip();
+  if (auto* choice = dynamic_cast<wxChoice*>(FindWindow(IDC_SECURITY)))
+    choice->SetSelection(static_cast<int>(ftpzn::SecurityOfHost(Edit(IDC_HOST)->GetValue())));
 }
 
 void CDlgConnect::OnProfileNameChanged(wxCommandEvent&) { m_bModified = 1; }

@@ -39,6 +39,7 @@ class CDlgConnect : public ftpzn::EventGuard<wxDialog> {
     IDC_SAVE_OPTION = 9035,
     IDC_BROWSE = 9054,         // no control carries it
     IDC_BROWSE_TARGET = 9037,  // nor this one
+    IDC_SECURITY = 9425,       // plain, explicit or implicit TLS: the host's scheme
   };
 
   explicit CDlgConnect(wxWindow* parent);
@@ -111,6 +112,8 @@ class CDlgConnect : public ftpzn::EventGuard<wxDialog> {
   void OnLoginChanged(wxCommandEvent& event);
   void OnProfileNameChanged(wxCommandEvent& event);
   void OnBrowse(wxCommandEvent& event);
+  void OnSecurityChosen(wxCommandEvent& event);
+  void OnHostChanged(wxCommandEvent& event);
 
   bool m_bInitDone = false;
 

@@ -39,3 +39,16 @@ class CFtpSite {
   int32_t m_nReserved = 0;
   int32_t m_bPassive = 0;
 };
+
+namespace ftpzn {
+
+// The encryption a host address asks for by its scheme: "ftpes://" explicit
+// TLS, "ftps://" implicit TLS, a bare host or "ftp://" none. The choice in
+// the site manager writes the scheme, so the site file needs no field of
+// its own for it.
+enum class HostSecurity { Plain, ExplicitTls, ImplicitTls };
+HostSecurity SecurityOfHost(const wxString& host);
+// `host` with the scheme of `security` in place of the one it had.
+wxString HostWithSecurity(const wxString& host, HostSecurity security);
+
+}  // namespace ftpzn

@@ -7,6 +7,7 @@
 #include <unistd.h>
 #include <wx/app.h>
 #include <wx/button.h>
+#include <wx/choice.h>
 #include <wx/textctrl.h>
 
 #include <algorithm>
@@ -21,7 +22,9 @@
 #include "mainwnd/dlgftpmainwnd.h"
 #include "platform/threadid.h"
 #include "sites/dlgconnect.h"
+#include "connection/certtrust.h"
 #include "sites/sitefile.h"
+#include "ui/dlgcertificate.h"
 #include "ui/dlgwaitmessage.h"
 
 namespace {
@@ -32,13 +35,15 @@ using ftpzn::test::ExpectedDialog;
 using ftpzn::testing::FtpServerKind;
 using ftpzn::testing::FtpTestServer;
 
-ftpzn::testing::SharedFtpServer& ServerFor(FtpServerKind kind) {
-  return ftpzn::testing::SharedServer(kind, "ftpzn-connect-", [](const std::string& root) {
-    fs::create_directories(root + "/pub/data");
-    fs::create_directories(root + "/pub/empty");
-    for (const char* name : {"a.txt", "b.bin"}) std::ofstream(root + "/pub/" + name) << name;
-    std::ofstream(root + "/pub/data/inside.txt") << "inside";
-  });
+void MakeTree(const std::string& root) {
+  fs::create_directories(root + "/pub/data");
+  fs::create_directories(root + "/pub/empty");
+  for (const char* name : {"a.txt", "b.bin"}) std::ofstream(root + "/pub/" + name) << name;
+  std::ofstream(root + "/pub/data/inside.txt") << "inside";
+}
+
+ftpzn::testing::SharedFtpServer& ServerFor(FtpServerKind kind, ftpzn::testing::FtpTlsOptions tls = {}) {
+  return ftpzn::testing::SharedServer(kind, "ftpzn-connect-", MakeTree, tls);
 }
 
 // What the user types into "FTP Sites" before pressing Connect.
@@ -51,6 +56,7 @@ struct SiteInput {
   int retries = 3;
   int delay = 7;
   wxString account;
+  int security = -1;  // the encryption choice made after the host is typed; -1: left alone
 };
 
 void ExpectSiteManager(const SiteInput& in) {
@@ -71,6 +77,15 @@ void ExpectSiteManager(const SiteInput& in) {
     set(CDlgConnect::IDC_RETRIES, wxString::Format("%d", in.retries));
     set(CDlgConnect::IDC_RETRY_DELAY, wxString::Format("%d", in.delay));
     set(CDlgConnect::IDC_ACCOUNT, in.account);
+    if (in.security >= 0) {
+      auto* choice = dynamic_cast<wxChoice*>(d->FindWindow(CDlgConnect::IDC_SECURITY));
+      ASSERT_NE(choice, nullptr);
+      choice->SetSelection(in.security);
+      wxCommandEvent chosen(wxEVT_CHOICE, CDlgConnect::IDC_SECURITY);
+      chosen.SetInt(in.security);
+      chosen.SetEventObject(choice);
+      choice->GetEventHandler()->ProcessEvent(chosen);
+    }
     wxCommandEvent click(wxEVT_BUTTON, 1);
     click.SetEventObject(d->FindWindow(1));
     d->FindWindow(1)->GetEventHandler()->ProcessEvent(click);
@@ -305,5 +320,92 @@ INSTANTIATE_TEST_SUITE_P(Servers, ConnectTest,
                          [](const testing::TestParamInfo<FtpServerKind>& info) {
                            return std::string(ftpzn::testing::FtpServerName(info.param));
                          });
+
+// A server with a self-signed certificate reached by choosing explicit TLS
+// in the site manager: the question with each of its answers, what
+// "Always trust" keeps, and a kept certificate that no longer matches.
+class TlsConnectTest : public ConnectTest {
+ protected:
+  void SetUp() override {
+    ConnectTest::SetUp();
+    ftpzn::testing::SharedFtpServer& served = ServerFor(
+        FtpServerKind::Vsftpd, {ftpzn::testing::FtpTlsMode::Explicit, ftpzn::testing::TestCertKind::SelfSigned});
+    ASSERT_TRUE(served.server) << served.error;
+    m_port = served.server->Port();
+  }
+};
+
+TEST_P(TlsConnectTest, EncryptionChoiceAndEachTrustAnswer) {
+  struct Row {
+    const char* name;
+    int button;
+    bool keptBefore;  // another certificate was kept for this host and port
+    bool connected;
+    bool keptAfter;  // this certificate is kept afterwards
+  };
+  const Row rows[] = {
+      {"cancel", ftpzn::kResultCancel, false, false, false},
+      {"once", CDlgCertificate::ID_TRUST_ONCE, false, true, false},
+      {"always", CDlgCertificate::ID_TRUST_ALWAYS, false, true, true},
+      {"changed", CDlgCertificate::ID_TRUST_ONCE, true, true, false},
+  };
+  const wxString other = wxString('A', 32 * 3 - 1);
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.name);
+    ftpzn::KeepCertificate("127.0.0.1", m_port, row.keptBefore ? other : wxString());
+    SiteInput in = Site();
+    in.retries = 1;
+    in.security = 1;
+    wxString fingerprint;
+    ExpectSiteManager(in);
+    if (std::string(row.name) == "once") {
+      // Shown for real once, to look at.
+      ExpectedDialog shown;
+      shown.interact = [&](wxDialog* d) {
+        ASSERT_NE(dynamic_cast<CDlgCertificate*>(d), nullptr);
+        ftpzn::test::PumpFor(300);
+        ftpzn::test::SaveScreenshot("certificate");
+        d->EndModal(row.button);
+      };
+      DialogScript::Expect(shown);
+    } else {
+      DialogScript::ExpectModal<CDlgCertificate>(row.button, [&](CDlgCertificate* d) {
+        EXPECT_EQ(d->GetTitle(), row.keptBefore ? "Certificate changed" : "Certificate not trusted");
+        auto* why = d->FindWindow(CDlgCertificate::IDC_WHY);
+        ASSERT_NE(why, nullptr);
+        EXPECT_TRUE(why->GetLabel().Contains("self-signed")) << why->GetLabel();
+      });
+    }
+    if (!row.connected) DialogScript::ExpectMessageBox();
+    wxCommandEvent command(wxEVT_MENU, 9094);
+    m_window->ProcessWindowEvent(command);
+    EXPECT_EQ(m_window->m_site.m_strHost, "ftpes://127.0.0.1/pub") << "the choice wrote the scheme";
+    ASSERT_EQ(m_window->m_pFtpConnection != nullptr, row.connected) << Trace();
+    if (row.connected) {
+      EXPECT_TRUE(Trace().Contains(m_tid + "TLS 1.3, TLS_")) << Trace();
+      EXPECT_TRUE(m_window->m_tlsIndicator->IsShown());
+      EXPECT_TRUE(m_window->m_tlsIndicator->GetToolTipText().Contains("CN=localhost"));
+      EXPECT_EQ(RemoteNames().size(), 5u) << "listed over TLS";
+      fingerprint = wxString::FromUTF8(m_window->m_pFtpConnection->GetTlsInfo()->fingerprint);
+      EXPECT_EQ(wxString::FromUTF8(m_window->m_strAcceptedCertificate), fingerprint) << "for the workers";
+      if (std::string(row.name) == "once") ftpzn::test::SaveScreenshot("connected-tls");
+    } else {
+      EXPECT_TRUE(Trace().Contains("not trusted")) << Trace();
+      EXPECT_FALSE(m_window->m_tlsIndicator->IsShown());
+    }
+    EXPECT_EQ(ftpzn::KnownCertificate("127.0.0.1", m_port),
+              row.keptAfter ? fingerprint : row.keptBefore ? other : wxString());
+    DialogScript::VerifyAndClear();
+    if (row.keptAfter) {
+      Connect(in);  // kept: no question this time
+      EXPECT_NE(m_window->m_pFtpConnection, nullptr);
+      DialogScript::VerifyAndClear();
+    }
+    m_window->Disconnect();
+    EXPECT_FALSE(m_window->m_tlsIndicator->IsShown());
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Vsftpd, TlsConnectTest, testing::Values(FtpServerKind::Vsftpd));
 
 }  // namespace
