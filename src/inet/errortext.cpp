@@ -13,6 +13,10 @@ namespace {
 struct ErrorText {
   uint32_t code;
   const char* text;
+  // The TLS failures are the engine's own: the error-text lookup of the
+  // connection code knows only the platform's rows, inside and outside
+  // 12001 to 12111 alike.
+  bool engineOnly = false;
 };
 
 // Sorted by code.
@@ -65,25 +69,23 @@ constexpr ErrorText kErrorTexts[] = {
     {12032, "Calls for the Win32 Internet function to redo the request."},
     {12033, "The request to the proxy was invalid."},
     {12036, "The request failed because the handle already exists."},
-    // The TLS codes come after the platform's own range, so the error-text
-    // lookup of the connection code (12001 to 12111) never gives them; the
-    // engine's exceptions do.
-    {12037, "The server's certificate has expired or is not valid yet."},
-    {12038, "The server's certificate was issued for another host name."},
-    {12045, "The server's certificate is not signed by a trusted authority."},
+    {12037, "The server's certificate has expired or is not valid yet.", true},
+    {12038, "The server's certificate was issued for another host name.", true},
+    {12045, "The server's certificate is not signed by a trusted authority.", true},
     {12110,
      "The requested operation cannot be made on the FTP session  handle because an operation is already in "
      "progress."},
     {12111, "The FTP operation was not completed because the session was aborted."},
-    {12157, "The secure (TLS) connection to the server could not be established."},
+    {12157, "The secure (TLS) connection to the server could not be established.", true},
 };
 
 }  // namespace
 
-const char* InternetErrorText(uint32_t code) {
+const char* InternetErrorText(uint32_t code, bool withEngineCodes) {
   auto it = std::lower_bound(std::begin(kErrorTexts), std::end(kErrorTexts), code,
                              [](const ErrorText& entry, uint32_t c) { return entry.code < c; });
-  return it != std::end(kErrorTexts) && it->code == code ? it->text : nullptr;
+  if (it == std::end(kErrorTexts) || it->code != code) return nullptr;
+  return !it->engineOnly || withEngineCodes ? it->text : nullptr;
 }
 
 }  // namespace ftpzn::inet

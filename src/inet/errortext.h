@@ -8,7 +8,8 @@
 namespace ftpzn::inet {
 
 // The text for an internet error code (UTF-8), or nullptr when the table
-// has none.
-const char* InternetErrorText(uint32_t code);
+// has none. The TLS codes (certificate and handshake failures) are the
+// engine's own and have texts only `withEngineCodes`, as its exceptions ask.
+const char* InternetErrorText(uint32_t code, bool withEngineCodes = false);
 
 }  // namespace ftpzn::inet

@@ -193,12 +193,12 @@ std::wstring DecodeUrlComponent(const std::wstring& text) {
 
 CInternetException::CInternetException(uint32_t error, uintptr_t context)
     : m_dwError(error), m_dwContext(context) {
-  const char* text = InternetErrorText(error);
+  const char* text = InternetErrorText(error, true);
   m_what = "internet error " + std::to_string(error) + (text ? std::string(": ") + text : std::string());
 }
 
 bool CInternetException::GetErrorMessage(std::wstring& text) const {
-  const char* table = InternetErrorText(m_dwError);
+  const char* table = InternetErrorText(m_dwError, true);
   text = table ? WireToWide(table) : std::wstring();
   return table != nullptr;
 }

@@ -71,7 +71,7 @@ download_case() {
     click "$w" 424 85  # Connect
     d=$(xdotool search --sync --onlyvisible --name "FTP Sites" | head -1)
     click "$d" 60 20   # the site
-    click "$d" 480 367 # "&Connect"
+    click "$d" 480 403 # "&Connect"
     sleep 1
     # The three entries of /pub, whatever the server's order: the first, and
     # with Shift the third.

@@ -174,8 +174,10 @@ INSTANTIATE_TEST_SUITE_P(Certificates, CertificateTest, ::testing::ValuesIn(kCer
 // A server without TLS: the connection fails before anything else is sent,
 // the password above all.
 TEST(TlsRefused, NoLoginInClearText) {
-  testing::SharedFtpServer& plain = testing::SharedServer(FtpServerKind::Vsftpd, "ftpzn-tls-plain-", nullptr);
-  ASSERT_TRUE(plain.server) << plain.error;
+  const std::string root = testing::MakeScratchDir("ftpzn-tls-plain-");
+  std::string error;
+  auto plain = FtpTestServer::Start(FtpServerKind::Vsftpd, root, error);
+  ASSERT_TRUE(plain) << error;
   struct Recording : AskingSession {
     std::vector<std::string> sent;
     void OnProtocolTrace(bool out, const std::string& line) override {
@@ -183,7 +185,7 @@ TEST(TlsRefused, NoLoginInClearText) {
     }
   } session;
   try {
-    Connect(session, *plain.server, FtpTlsMode::Explicit);
+    Connect(session, *plain, FtpTlsMode::Explicit);
     FAIL() << "connected without TLS";
   } catch (const CInternetException& e) {
     EXPECT_EQ(e.m_dwError, kErrSecureChannel);
@@ -191,6 +193,8 @@ TEST(TlsRefused, NoLoginInClearText) {
   EXPECT_EQ(session.sent, std::vector<std::string>{"AUTH TLS"});
   const std::string response = WideToWire(InternetGetLastResponseInfo());
   EXPECT_NE(response.find("refused TLS"), std::string::npos) << response;
+  plain->Stop();
+  testing::RemoveTree(root);
 }
 
 }  // namespace
