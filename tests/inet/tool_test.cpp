@@ -334,4 +334,33 @@ TEST_F(ToolTest, TimesOfNeighbouringEntries) {
             "f\t10\t9999-12-31T23:59:59Z\tj\n");
 }
 
+// ftpes:// against a server whose certificate no one vouches for: refused
+// with the reason and the fingerprint, taken with that fingerprint or with
+// --insecure, and a fingerprint that is none is a usage error.
+TEST_F(ToolTest, TlsUrlAndAnUntrustedCertificate) {
+  ftpzn::testing::SharedFtpServer& tls = ftpzn::testing::SharedServer(
+      FtpServerKind::Vsftpd, "ftpzn-tool-tls",
+      [](const std::string& root) { std::ofstream(root + "/f.txt") << "over tls"; },
+      {ftpzn::testing::FtpTlsMode::Explicit, ftpzn::testing::TestCertKind::SelfSigned});
+  ASSERT_TRUE(tls.server) << tls.error;
+  const std::string url = "ftpes" + tls.server->Url().substr(3);
+  Result refused = Run("ls " + url + "/");
+  EXPECT_EQ(refused.status, 1);
+  EXPECT_NE(refused.err.find("self-signed"), std::string::npos) << refused.err;
+  EXPECT_NE(refused.err.find("--fingerprint"), std::string::npos) << refused.err;
+  const size_t at = refused.err.find("SHA-256 ");
+  ASSERT_NE(at, std::string::npos) << refused.err;
+  const std::string fingerprint = refused.err.substr(at + 8, 95);
+  const std::string local = s_root + "/../ftpzn-tool-tls.txt";
+  for (const std::string& option : {std::string("--insecure"), "--fingerprint SHA256:" + fingerprint}) {
+    SCOPED_TRACE(option);
+    Result r = Run(option + " --verbose get " + url + "/f.txt " + local);
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(Contents(local), "over tls");
+    EXPECT_NE(r.err.find("* TLS 1.3, TLS_"), std::string::npos) << r.err;
+  }
+  remove(local.c_str());
+  EXPECT_EQ(Run("--fingerprint SHA256:00 ls " + url + "/").status, 2);
+}
+
 }  // namespace
