@@ -134,6 +134,9 @@ void CDlgFTPMainWnd::ConnectRoutine() {
 
 void CDlgFTPMainWnd::Disconnect() {
   const unsigned long tid = ftpzn::CurrentThreadId();
+  // The workers' connections kept for the next transfer go too: a
+  // disconnect, a new site and Exit all leave nothing open on the server.
+  ftpzn::inet::EmptyConnectionPool();
   if (m_pFtpConnection) {
     // The pane holds the connection without owning it.
     if (m_ctrlRemote.m_pConnection == m_pFtpConnection.get()) m_ctrlRemote.m_pConnection = nullptr;

@@ -4,6 +4,8 @@
 #include <wx/image.h>
 #include <wx/module.h>
 
+#include "inet/inet.h"
+
 namespace {
 
 class CFtpznModule : public wxModule {
@@ -22,6 +24,8 @@ class CFtpznModule : public wxModule {
     return true;
   }
   void OnExit() override {
+    // Connections the workers left logged in say goodbye with the module.
+    ftpzn::inet::EmptyConnectionPool();
     if (m_addedPng) wxImage::RemoveHandler("PNG file");
     if (m_addedGif) wxImage::RemoveHandler("GIF file");
   }

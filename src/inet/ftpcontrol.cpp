@@ -7,6 +7,9 @@
 #include <algorithm>
 #include <cctype>
 #include <cstring>
+#include <map>
+#include <mutex>
+#include <utility>
 
 namespace ftpzn::inet {
 
@@ -46,7 +49,29 @@ class EmptyStream : public Stream {
   int NativeHandle() const override { return -1; }
 };
 
+struct ServerFeatures {
+  bool mlsd = false;
+  bool utf8 = false;
+};
+
+// What FEAT said, by server, for the logins that reuse it.
+struct FeatureCache {
+  std::mutex mutex;
+  std::map<std::string, ServerFeatures> servers;
+};
+
+FeatureCache& Features() {
+  static FeatureCache cache;
+  return cache;
+}
+
 }  // namespace
+
+void ForgetServerFeatures() {
+  FeatureCache& cache = Features();
+  std::lock_guard lock(cache.mutex);
+  cache.servers.clear();
+}
 
 // The one mapping from a server's reply to the engine's error codes. A 421
 // ("closing control connection") is a lost connection whatever was asked;
@@ -136,10 +161,10 @@ FtpControl::~FtpControl() = default;
 
 void FtpControl::Drop() {
   if (!m_stream) return;
-  m_observer.OnStatus(kClosing, {});
+  m_observer->OnStatus(kClosing, {});
   m_reader.reset();
   m_stream.reset();
-  m_observer.OnStatus(kClosed, {});
+  m_observer->OnStatus(kClosed, {});
 }
 
 void FtpControl::Send(const std::string& line) {
@@ -149,8 +174,8 @@ void FtpControl::Send(const std::string& line) {
   if (line.find_first_of(std::string_view("\r\n\0", 3)) != std::string::npos) {
     throw NetError(kErrExtended, "a name or command contains a line break or a NUL byte");
   }
-  m_observer.OnTrace(true, line.compare(0, 5, "PASS ") == 0 ? "PASS ****" : line);
-  m_observer.OnStatus(kSending, {});
+  m_observer->OnTrace(true, line.compare(0, 5, "PASS ") == 0 ? "PASS ****" : line);
+  m_observer->OnStatus(kSending, {});
   std::string wire = line + "\r\n";
   try {
     m_stream->WriteAll(wire.data(), wire.size(), Deadline::After(m_timeouts.sendMs));
@@ -158,12 +183,12 @@ void FtpControl::Send(const std::string& line) {
     Drop();
     throw;
   }
-  m_observer.OnStatus(kSent, {});
+  m_observer->OnStatus(kSent, {});
 }
 
 FtpReply FtpControl::ReadReply() {
   if (!m_stream) throw NetError(kErrSessionDropped, "the connection to the server was lost");
-  m_observer.OnStatus(kReceiving, {});
+  m_observer->OnStatus(kReceiving, {});
   FtpReply reply;
   try {
     reply = m_reader->Read(Deadline::After(m_timeouts.receiveMs));
@@ -173,9 +198,10 @@ FtpReply FtpControl::ReadReply() {
     Drop();
     throw;
   }
-  for (const auto& line : reply.lines) m_observer.OnTrace(false, line);
-  m_observer.OnStatus(kReceived, {});
-  m_observer.OnReply(reply);
+  ++m_repliesRead;
+  for (const auto& line : reply.lines) m_observer->OnTrace(false, line);
+  m_observer->OnStatus(kReceived, {});
+  m_observer->OnReply(reply);
   if (reply.code == 421) {
     // "Service not available, closing control connection": in any state.
     Drop();
@@ -200,10 +226,10 @@ FtpReply FtpControl::Expect(const std::string& line) {
 
 void FtpControl::Open(const std::string& host, uint16_t port, const std::string& user,
                       const std::string& password) {
-  m_observer.OnStatus(kResolving, host);
+  m_observer->OnStatus(kResolving, host);
   std::vector<SocketAddress> addresses = Resolve(host, port);
-  m_observer.OnStatus(kResolved, addresses.front().Host());
-  m_observer.OnStatus(kConnecting, {});
+  m_observer->OnStatus(kResolved, addresses.front().Host());
+  m_observer->OnStatus(kConnecting, {});
   Fd fd;
   Deadline deadline = Deadline::After(m_timeouts.connectMs);
   for (size_t i = 0; i < addresses.size(); ++i) {
@@ -214,10 +240,11 @@ void FtpControl::Open(const std::string& host, uint16_t port, const std::string&
       if (i + 1 == addresses.size()) throw;
     }
   }
-  m_observer.OnStatus(kConnected, {});
+  m_observer->OnStatus(kConnected, {});
   m_peer = PeerAddress(fd.Get());
   m_local = LocalAddress(fd.Get());
   m_host = host.size() > 2 && host.front() == '[' && host.back() == ']' ? host.substr(1, host.size() - 2) : host;
+  m_serverKey = m_host + " " + std::to_string(port) + " " + std::to_string(static_cast<int>(m_tls));
   m_stream = std::make_unique<SocketStream>(std::move(fd), host);
   m_reader = std::make_unique<ReplyReader>(*m_stream);
   if (m_tls != TlsMode::None) {
@@ -266,7 +293,7 @@ void FtpControl::StartTls() {
   m_tlsPeer = tls->Peer();
   m_stream = std::move(tls);
   m_reader = std::make_unique<ReplyReader>(*m_stream);
-  if (m_tlsPeer.problem != 0 && !m_observer.AcceptCertificate(m_tlsPeer)) {
+  if (m_tlsPeer.problem != 0 && !m_observer->AcceptCertificate(m_tlsPeer)) {
     Drop();
     throw NetError(m_tlsPeer.problem, "the certificate of " + m_host + " is not trusted: " + m_tlsPeer.problemText +
                                           " (SHA-256 " + m_tlsPeer.fingerprint + ")");
@@ -283,16 +310,34 @@ void FtpControl::Login(const std::string& user, const std::string& password) {
 }
 
 void FtpControl::ReadFeatures() {
-  FtpReply reply = Command("FEAT");
-  if (reply.code != 211) return;  // FEAT unknown: plain RFC 959 server
-  for (size_t i = 1; i + 1 < reply.lines.size(); ++i) {
-    std::string feature = Upper(reply.lines[i]);
-    size_t start = feature.find_first_not_of(' ');
-    if (start == std::string::npos) continue;
-    feature.erase(0, start);
-    std::string name = feature.substr(0, feature.find(' '));
-    if (name == "MLST") m_hasMlsd = true;
-    if (name == "UTF8") m_hasUtf8 = true;
+  bool known = false;
+  if (m_reuseFeatures) {
+    FeatureCache& cache = Features();
+    std::lock_guard lock(cache.mutex);
+    if (auto it = cache.servers.find(m_serverKey); it != cache.servers.end()) {
+      m_hasMlsd = it->second.mlsd;
+      m_hasUtf8 = it->second.utf8;
+      known = true;
+    }
+  }
+  if (!known) {
+    FtpReply reply = Command("FEAT");
+    if (reply.code == 211) {  // else FEAT unknown: plain RFC 959 server
+      for (size_t i = 1; i + 1 < reply.lines.size(); ++i) {
+        std::string feature = Upper(reply.lines[i]);
+        size_t start = feature.find_first_not_of(' ');
+        if (start == std::string::npos) continue;
+        feature.erase(0, start);
+        std::string name = feature.substr(0, feature.find(' '));
+        if (name == "MLST") m_hasMlsd = true;
+        if (name == "UTF8") m_hasUtf8 = true;
+      }
+    }
+    if (m_reuseFeatures) {
+      FeatureCache& cache = Features();
+      std::lock_guard lock(cache.mutex);
+      cache.servers[m_serverKey] = {m_hasMlsd, m_hasUtf8};
+    }
   }
   if (m_hasUtf8) Command("OPTS UTF8 ON");  // names are UTF-8 either way; some servers need to hear it
 }
@@ -312,7 +357,7 @@ std::unique_ptr<Stream> FtpControl::MakeDataStream(Fd fd, const std::string& pee
 Fd FtpControl::ConnectPassive(std::string& peerName) {
   Deadline deadline = Deadline::After(m_timeouts.connectMs);
   if (m_passiveCommand == PassiveCommand::Epsv) {
-    FtpReply reply = Command("EPSV");
+    FtpReply reply = CommandAfterType("EPSV");
     uint16_t port = 0;
     if (reply.code == 229 && ParseEpsvReply(reply.Text(), port)) {
       SocketAddress target = m_peer;
@@ -324,7 +369,7 @@ Fd FtpControl::ConnectPassive(std::string& peerName) {
     if (reply.Class() != 5 || m_peer.Family() != AF_INET) throw Refusal(reply);
     m_passiveCommand = PassiveCommand::Pasv;
   }
-  FtpReply reply = Command("PASV");
+  FtpReply reply = CommandAfterType("PASV");
   uint8_t address[4];
   uint16_t port = 0;
   if (reply.code != 227 || !ParsePasvReply(reply.lines.front(), address, port)) {
@@ -346,7 +391,7 @@ Fd FtpControl::ListenActive() {
   if (m_activeCommand == ActiveCommand::Eprt) {
     std::string family = bound.Family() == AF_INET6 ? "2" : "1";
     FtpReply reply =
-        Command("EPRT |" + family + "|" + bound.Host() + "|" + std::to_string(bound.Port()) + "|");
+        CommandAfterType("EPRT |" + family + "|" + bound.Host() + "|" + std::to_string(bound.Port()) + "|");
     if (reply.Class() == 2) return listener;
     if (reply.Class() != 5 || bound.Family() != AF_INET) throw Refusal(reply);
     m_activeCommand = ActiveCommand::Port;
@@ -355,17 +400,14 @@ Fd FtpControl::ListenActive() {
   for (char& c : host) {
     if (c == '.') c = ',';
   }
-  Expect("PORT " + host + "," + std::to_string(bound.Port() >> 8) + "," +
-         std::to_string(bound.Port() & 0xFF));
+  FtpReply port = CommandAfterType("PORT " + host + "," + std::to_string(bound.Port() >> 8) + "," +
+                                   std::to_string(bound.Port() & 0xFF));
+  if (!port.Positive()) throw Refusal(port);
   return listener;
 }
 
 std::unique_ptr<Stream> FtpControl::StartTransfer(const std::string& command, TransferType type) {
-  if (!m_typeKnown || m_type != type) {
-    Expect(type == TransferType::Binary ? "TYPE I" : "TYPE A");
-    m_type = type;
-    m_typeKnown = true;
-  }
+  if (!m_typeKnown || m_type != type) m_pendingType = type == TransferType::Binary ? "TYPE I" : "TYPE A";
   Fd data;
   std::string peerName = m_peer.Host();
   Fd listener;
@@ -374,6 +416,9 @@ std::unique_ptr<Stream> FtpControl::StartTransfer(const std::string& command, Tr
   } else {
     listener = ListenActive();
   }
+  m_pendingType.clear();
+  m_type = type;
+  m_typeKnown = true;
   Send(command);
   FtpReply reply = ReadReply();
   if (reply.Class() >= 4) throw Refusal(reply);
@@ -443,17 +488,62 @@ bool FtpControl::ReplyPending(int ms) {
 
 void FtpControl::Quit() {
   if (!m_stream) return;
-  FtpTimeouts saved = m_timeouts;
-  // A goodbye is not worth a long wait.
-  m_timeouts.receiveMs = m_timeouts.sendMs =
-      std::min<uint32_t>(saved.receiveMs ? saved.receiveMs : 2000, 2000);
   try {
-    Command("QUIT");
+    Send("QUIT");
   } catch (const NetError&) {
     // The server may already be gone; closing is all that is left.
   }
-  m_timeouts = saved;
   Drop();
+}
+
+FtpReply FtpControl::CommandAfterType(const std::string& line) {
+  if (m_pendingType.empty()) return Command(line);
+  const std::string type = std::exchange(m_pendingType, {});
+  std::vector<FtpReply> replies = Pipeline({type, line});
+  if (!replies[0].Positive()) throw Refusal(replies[0]);
+  return replies[1];
+}
+
+std::vector<FtpReply> FtpControl::Pipeline(const std::vector<std::string>& lines) {
+  if (!m_stream) throw NetError(kErrSessionDropped, "the connection to the server was lost");
+  std::string wire;
+  for (const std::string& line : lines) {
+    if (line.find_first_of(std::string_view("\r\n\0", 3)) != std::string::npos) {
+      throw NetError(kErrExtended, "a name or command contains a line break or a NUL byte");
+    }
+    m_observer->OnTrace(true, line);
+    wire += line + "\r\n";
+  }
+  m_observer->OnStatus(kSending, {});
+  try {
+    m_stream->WriteAll(wire.data(), wire.size(), Deadline::After(m_timeouts.sendMs));
+  } catch (const NetError&) {
+    Drop();
+    throw;
+  }
+  m_observer->OnStatus(kSent, {});
+  std::vector<FtpReply> replies;
+  for (size_t i = 0; i < lines.size(); ++i) {
+    FtpReply reply = ReadReply();
+    for (int k = 0; k < 8 && reply.Preliminary(); ++k) reply = ReadReply();
+    replies.push_back(std::move(reply));
+  }
+  return replies;
+}
+
+bool FtpControl::IdleAndOpen() {
+  if (!m_stream || m_reader->HasBuffered()) return false;
+  // Anything readable now is a 421, an end or garbage: not a connection to
+  // hand on.
+  return !m_stream->WaitReadable(0);
+}
+
+void FtpControl::DirectoryChanged(const std::string& to) {
+  m_atLoginDirectory = false;
+  if (!to.empty() && to[0] == '/')
+    m_directory = to;
+  else
+    m_directory.reset();
 }
 
 }  // namespace ftpzn::inet

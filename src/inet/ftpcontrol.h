@@ -7,6 +7,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "inet/netio.h"
 #include "inet/reply.h"
@@ -38,7 +39,7 @@ enum class TransferType { Ascii, Binary };
 class FtpControl {
  public:
   FtpControl(FtpObserver& observer, FtpTimeouts timeouts, bool passive, TlsMode tls = TlsMode::None)
-      : m_observer(observer), m_timeouts(timeouts), m_passive(passive), m_tls(tls) {}
+      : m_observer(&observer), m_timeouts(timeouts), m_passive(passive), m_tls(tls) {}
   ~FtpControl();
 
   // Connects, reads the greeting, logs in and asks for the server's
@@ -67,8 +68,30 @@ class FtpControl {
   // reply if it comes within a moment (it explains the failure), else none.
   std::optional<FtpReply> EndReplyIfAny();
 
-  void Quit();  // QUIT, best effort; the connection is closed afterwards
+  // QUIT and close, without waiting for the goodbye: nothing is left to
+  // learn from it.
+  void Quit();
+  // Reports go to `observer` from now on (a connection handed on).
+  void Rebind(FtpObserver& observer) { m_observer = &observer; }
+  // FEAT's answers kept per server: a later login to the same server
+  // skips FEAT (what the server must hear, OPTS UTF8 ON, is still sent).
+  void ReuseFeatures(bool reuse) { m_reuseFeatures = reuse; }
+  // Sends the lines at once and reads their replies in order: a round trip
+  // instead of one per command, for commands whose replies are not needed
+  // to write the next one.
+  std::vector<FtpReply> Pipeline(const std::vector<std::string>& lines);
+  // True when nothing came from the server while the connection was idle
+  // (no 421, no close): it can be handed on.
+  bool IdleAndOpen();
+  // Where the connection stands: the directory the login led to, or a
+  // known absolute path, or (neither) somewhere a relative CWD led.
+  bool AtLoginDirectory() const { return m_atLoginDirectory; }
+  const std::optional<std::string>& KnownDirectory() const { return m_directory; }
+  void DirectoryChanged(const std::string& to);
   bool Dropped() const { return !m_stream; }
+  // Replies read so far: none since a connection was handed on means the
+  // server has not yet shown it is still there.
+  uint64_t RepliesRead() const { return m_repliesRead; }
   bool HasMlsd() const { return m_hasMlsd; }
   const FtpTimeouts& Timeouts() const { return m_timeouts; }
   TlsMode Tls() const { return m_tls; }
@@ -95,8 +118,11 @@ class FtpControl {
   Fd ListenActive();
   void StartTls();
   std::unique_ptr<Stream> MakeDataStream(Fd fd, const std::string& peerName);
+  // `line`, with a TYPE that StartTransfer still owes the server sent
+  // before it in one write.
+  FtpReply CommandAfterType(const std::string& line);
 
-  FtpObserver& m_observer;
+  FtpObserver* m_observer;
   FtpTimeouts m_timeouts;
   bool m_passive;
   TlsMode m_tls;
@@ -114,7 +140,16 @@ class FtpControl {
   bool m_typeKnown = false;
   TransferType m_type = TransferType::Binary;
   bool m_transferEnded = false;  // the end reply came with the first one
+  bool m_reuseFeatures = false;
+  std::string m_pendingType;  // "TYPE I" or "TYPE A" not yet sent
+  uint64_t m_repliesRead = 0;
+  bool m_atLoginDirectory = true;
+  std::optional<std::string> m_directory;  // absolute, when known
+  std::string m_serverKey;                 // host, port and TLS mode
 };
+
+// Forgets the features kept for every server (with the connection pool).
+void ForgetServerFeatures();
 
 enum class ReplyContext { Greeting, User, Password, Command };
 // The error code for a reply that refused (or ended) what was asked.

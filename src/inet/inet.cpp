@@ -10,6 +10,7 @@
 
 #include "inet/errortext.h"
 #include "inet/ftpcontrol.h"
+#include "inet/pool.h"
 #include "inet/wirename.h"
 
 namespace ftpzn::inet {
@@ -85,6 +86,12 @@ std::string PwdPath(const FtpReply& reply) {
 }
 
 }  // namespace
+
+void EmptyConnectionPool() { ConnectionPool::Instance().Empty(); }
+size_t PooledConnectionCount() { return ConnectionPool::Instance().Size(); }
+void SetPoolIdleTimeForTesting(uint32_t ms) {
+  ConnectionPool::Instance().SetIdleTimeForTesting(std::chrono::milliseconds(ms));
+}
 
 uint32_t GetLastError() { return t_lastError; }
 void SetLastError(uint32_t code) { t_lastError = code; }
@@ -346,16 +353,34 @@ std::unique_ptr<CFtpConnection> CInternetSession::GetFtpConnection(const std::ws
                                                                    uint16_t port, bool passive, TlsMode tls) {
   if (port == 0) port = INTERNET_DEFAULT_FTP_PORT;
   std::unique_ptr<CFtpConnection> connection(new CFtpConnection(*this, server, port));
-  connection->m_control = std::make_unique<FtpControl>(
-      *connection->m_observer, FtpTimeouts{m_connectMs, m_sendMs, m_receiveMs}, passive, tls);
-  try {
-    connection->m_control->Open(WideToWire(server), port,
-                                user.empty() ? "anonymous" : WideToWire(user),
-                                user.empty() && password.empty() ? "anonymous@" : WideToWire(password));
-  } catch (const NetError& e) {
-    // No QUIT: its reply would replace the one that explains the failure.
-    connection->m_control.reset();
-    Throw(e, m_context);
+  auto key = std::make_unique<PoolKey>(PoolKey{WideToWire(server), port,
+                                               user.empty() ? "anonymous" : WideToWire(user),
+                                               user.empty() && password.empty() ? "anonymous@" : WideToWire(password),
+                                               passive, tls});
+  if (m_pooling) {
+    // Only a connection whose certificate this session would accept.
+    std::unique_ptr<FtpControl> kept = ConnectionPool::Instance().Take(*key, [this](const FtpControl& c) {
+      return c.Tls() == TlsMode::None || c.TlsPeer().problem == 0 ||
+             m_trustedCertificates.count(c.TlsPeer().fingerprint) > 0;
+    });
+    if (kept) {
+      kept->Rebind(*connection->m_observer);
+      kept->SetTimeouts({m_connectMs, m_sendMs, m_receiveMs});
+      connection->m_awayFromLogin = !kept->AtLoginDirectory();
+      connection->m_control = std::move(kept);
+      connection->m_fromPool = true;
+    }
+  }
+  connection->m_pooled = m_pooling;
+  connection->m_key = std::move(key);
+  if (!connection->m_control) {
+    try {
+      connection->Reopen(false);
+    } catch (const NetError& e) {
+      // No QUIT: its reply would replace the one that explains the failure.
+      connection->m_control.reset();
+      Throw(e, m_context);
+    }
   }
   Report(INTERNET_STATUS_HANDLE_CREATED, {});
   t_lastError = 0;
@@ -395,11 +420,38 @@ void CFtpConnection::Close() {
     m_openFile->m_connection = nullptr;
     m_openFile = nullptr;
   }
+  const bool midway = m_busy;
   m_busy = false;
   if (!m_control) return;
   if (m_session) m_session->Report(INTERNET_STATUS_HANDLE_CLOSING, {});
+  if (m_pooled && !midway && !m_control->Dropped()) {
+    ConnectionPool::Instance().Give(*m_key, std::move(m_control));
+    return;
+  }
   m_control->Quit();
   m_control.reset();
+}
+
+void CFtpConnection::Reopen(bool keepDirectory) {
+  std::optional<std::string> directory;
+  if (keepDirectory && m_control && !m_control->AtLoginDirectory()) directory = m_control->KnownDirectory();
+  if (m_control) {
+    // Dead, or standing elsewhere: not for anyone else either.
+    m_control->Quit();
+    m_control.reset();
+  }
+  if (!m_session) throw NetError(kErrCancelled, "the connection is closed");
+  m_fromPool = false;
+  m_awayFromLogin = false;
+  m_control = std::make_unique<FtpControl>(
+      *m_observer, FtpTimeouts{m_session->m_connectMs, m_session->m_sendMs, m_session->m_receiveMs},
+      m_key->passive, m_key->tls);
+  m_control->ReuseFeatures(m_pooled);
+  m_control->Open(m_key->host, m_key->port, m_key->user, m_key->password);
+  if (directory) {
+    m_control->Expect("CWD " + *directory);
+    m_control->DirectoryChanged(*directory);
+  }
 }
 
 bool CFtpConnection::UsesMlsd() const { return m_control && m_control->HasMlsd(); }
@@ -418,9 +470,35 @@ FtpControl* CFtpConnection::Ready() {
 }
 
 template <typename Fn>
-bool CFtpConnection::Run(Fn&& fn) {
+auto CFtpConnection::Use(Fn&& fn, bool absoluteDirectory) {
+  if (m_awayFromLogin && !absoluteDirectory) Reopen(false);
+  FtpControl* control = Ready();
+  if (!m_fromPool) return fn(*control);
+  const uint64_t replies = control->RepliesRead();
   try {
-    fn(*Ready());
+    if constexpr (std::is_void_v<decltype(fn(*control))>) {
+      fn(*control);
+      if (control->RepliesRead() != replies) m_fromPool = false;
+    } else {
+      auto result = fn(*control);
+      if (control->RepliesRead() != replies) m_fromPool = false;
+      return result;
+    }
+  } catch (const NetError& e) {
+    const bool lost = e.code == kErrConnectionAborted || e.code == kErrConnectionReset ||
+                      e.code == kErrSessionDropped || e.code == kErrTimeout;
+    // Closed by the server while it waited (or a 421 as its first word):
+    // a new connection does what this one would have.
+    if (!lost || control->RepliesRead() > replies + (control->Dropped() ? 1 : 0)) throw;
+    Reopen(true);
+    return fn(*Ready());
+  }
+}
+
+template <typename Fn>
+bool CFtpConnection::Run(Fn&& fn, bool absoluteDirectory) {
+  try {
+    Use(fn, absoluteDirectory);
   } catch (const NetError& e) {
     Record(e);
     return false;
@@ -430,7 +508,18 @@ bool CFtpConnection::Run(Fn&& fn) {
 }
 
 bool CFtpConnection::SetCurrentDirectory(const std::wstring& directory) {
-  return Run([&](FtpControl& c) { c.Expect("CWD " + WideToWire(directory)); });
+  const std::string wire = WideToWire(directory);
+  const bool absolute = !wire.empty() && wire[0] == '/';
+  const bool ok = Run(
+      [&](FtpControl& c) {
+        // A pooled connection knows where it stands: no CWD to go there.
+        if (m_pooled && absolute && c.KnownDirectory() == wire) return;
+        c.Expect("CWD " + wire);
+        c.DirectoryChanged(wire);
+      },
+      absolute);
+  if (ok && absolute) m_awayFromLogin = false;
+  return ok;
 }
 
 bool CFtpConnection::GetCurrentDirectory(std::wstring& directory) {
@@ -472,7 +561,7 @@ std::unique_ptr<CInternetFile> CFtpConnection::OpenFile(const std::wstring& name
         (access & (GENERIC_READ | GENERIC_WRITE)) == 0) {
       throw NetError(87, "a remote file opens for reading or for writing");  // invalid parameter
     }
-    data = Ready()->StartTransfer((writing ? "STOR " : "RETR ") + WideToWire(name), type);
+    data = Use([&](FtpControl& c) { return c.StartTransfer((writing ? "STOR " : "RETR ") + WideToWire(name), type); });
     if (writing) LimitUnsent(data->NativeHandle(), kUnsentLimit);
   } catch (const NetError& e) {
     Throw(e, context);
@@ -716,6 +805,8 @@ bool CFtpFileFind::FindFile(const wchar_t* pattern, uint32_t) {
     Append(entry);
   };
   try {
+    // A pooled connection left elsewhere lists nothing of its own.
+    if (m_connection->m_awayFromLogin) m_connection->Reopen(false);
     FtpControl* control = m_connection->Ready();
     mlsd = control->HasMlsd();
     std::unique_ptr<Stream> data = control->StartTransfer(mlsd ? "MLSD" : "LIST", TransferType::Ascii);

@@ -86,6 +86,14 @@ constexpr uint32_t INET_SERVICE_FTPS = 0x2002;
 // The TLS mode a service type of ParseURL asks for (None for plain FTP).
 TlsMode TlsModeForService(uint32_t serviceType);
 
+// Says goodbye to every connection kept by pooling sessions (see
+// CInternetSession::EnableConnectionPool): for a disconnect, a change of
+// site and the end of the module.
+void EmptyConnectionPool();
+// How many connections the pool holds, for tests.
+size_t PooledConnectionCount();
+void SetPoolIdleTimeForTesting(uint32_t ms);
+
 // The calling thread's last error of this engine (0 after a success that
 // sets it).
 uint32_t GetLastError();
@@ -157,6 +165,11 @@ class CInternetSession {
                                                    const std::wstring& password = {},
                                                    uint16_t port = INTERNET_DEFAULT_FTP_PORT,
                                                    bool passive = false, TlsMode tls = TlsMode::None);
+  // Closed connections of this session are kept logged in for a while
+  // and handed to the next GetFtpConnection (of any session that pools) to
+  // the same server with the same login, mode and TLS mode; that one
+  // behaves from then on as a new one would. Off by default.
+  void EnableConnectionPool(bool enable = true) { m_pooling = enable; }
   // A certificate (its SHA-256 fingerprint, as TlsPeerInfo writes it) that
   // this session's connections accept without asking.
   void TrustCertificate(const std::string& fingerprint);
@@ -182,6 +195,7 @@ class CInternetSession {
 
   uintptr_t m_context;
   std::set<std::string> m_trustedCertificates;
+  bool m_pooling = false;
   bool m_statusCallback = false;
   uint32_t m_connectMs = 30000;
   uint32_t m_sendMs = 60000;
@@ -226,7 +240,16 @@ class CFtpConnection {
   CFtpConnection(CInternetSession& session, std::wstring server, uint16_t port);
   // Runs one command that must succeed, for the bool-returning calls.
   template <typename Fn>
-  bool Run(Fn&& fn);
+  bool Run(Fn&& fn, bool absoluteDirectory = false);
+  // Runs `fn` on the control connection. A connection from the pool that
+  // stands elsewhere than a new one would is first replaced (unless `fn`
+  // is a CWD to an absolute path), and one whose server turns out to be
+  // gone before it answered anything is replaced and `fn` run again.
+  template <typename Fn>
+  auto Use(Fn&& fn, bool absoluteDirectory = false);
+  // A new connection in place of the current one, in the directory the
+  // old one was known to stand in when `keepDirectory`.
+  void Reopen(bool keepDirectory);
   FtpControl* Ready();  // throws NetError when closed, dropped or busy
 
   CInternetSession* m_session;
@@ -234,6 +257,13 @@ class CFtpConnection {
   uint16_t m_port;
   std::unique_ptr<SessionObserver> m_observer;
   std::unique_ptr<FtpControl> m_control;
+  // With a pooling session: the login, to hand the connection on or make
+  // it again; whether it came from the pool and has not answered since;
+  // whether it must leave the directory it was left in.
+  bool m_pooled = false;
+  std::unique_ptr<struct PoolKey> m_key;
+  bool m_fromPool = false;
+  bool m_awayFromLogin = false;
   bool m_busy = false;  // a find or a file is under way
   CInternetFile* m_openFile = nullptr;
 };

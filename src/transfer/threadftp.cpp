@@ -79,6 +79,9 @@ void CThreadFtp::ThrowMessage(const wxString& text) {
 
 void CThreadFtp::OpenSession() {
   m_session = std::make_unique<inet::CInternetSession>(nullptr, 1, inet::INTERNET_OPEN_TYPE_PRECONFIG);
+  // One login serves a folder of files: the next worker to the same server
+  // takes this one's connection.
+  m_session->EnableConnectionPool();
   if (!m_strAcceptedCertificate.empty()) m_session->TrustCertificate(m_strAcceptedCertificate.str().utf8_string());
   if (m_dwTimeout == 0) return;
   m_session->SetOption(inet::INTERNET_OPTION_CONNECT_TIMEOUT, m_dwTimeout);

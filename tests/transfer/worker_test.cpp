@@ -334,10 +334,12 @@ TEST(WorkerFailure, BrokenDownloadKeepsWhatArrived) {
   ftpzn::testing::RemoveTree(local);
 }
 
-// A server that never answers QUIT: the worker says its goodbye before it
-// reports its end, so the KillThread the manager calls on that end, on the
-// user-interface thread, has no network left to wait for.
+// A server that never answers QUIT: the worker hands its connection to the
+// pool before it reports its end, so the KillThread the manager calls on
+// that end, on the user-interface thread, has no network left to wait for;
+// and the pool's goodbye does not wait for the answer either.
 TEST(WorkerEnd, GoodbyeBeforeTheEndMessage) {
+  ftpzn::inet::EmptyConnectionPool();
   fake::FakeServer server(
       fake::Plus(fake::Login(), {fake::On("CWD /", "250 ok\r\n"), fake::On("TYPE I", "200 ok\r\n"),
                                  fake::Epsv(), fake::Transfer("RETR f.bin", "data"), fake::Silence("QUIT")}));
@@ -350,6 +352,12 @@ TEST(WorkerEnd, GoodbyeBeforeTheEndMessage) {
   const auto start = Clock::now();
   down->KillThread();
   EXPECT_LT(std::chrono::duration<double>(Clock::now() - start).count(), 0.5);
+  // The connection waits in the pool; emptying it says goodbye without
+  // waiting for an answer either.
+  EXPECT_EQ(ftpzn::inet::PooledConnectionCount(), 1u);
+  const auto emptied = Clock::now();
+  ftpzn::inet::EmptyConnectionPool();
+  EXPECT_LT(std::chrono::duration<double>(Clock::now() - emptied).count(), 0.5);
   server.Finish();
   EXPECT_EQ(server.Problem(), "");
   EXPECT_EQ(ReadBytes(local + "/f.bin"), "data");
