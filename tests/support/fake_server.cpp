@@ -258,7 +258,11 @@ void FakeServer::Serve(int control) {
         return true;
       }
       const bool pending = m_controlTls && SSL_pending(m_controlTls) > 0;
-      if (m_stop || (!pending && !WaitIn(control, kWaitMs))) return false;
+      // In slices, so that a server being destroyed stops waiting at once
+      // for a client that keeps its connection (a pooled one).
+      bool ready = pending;
+      for (int slice = 0; !ready && !m_stop && slice < kWaitMs / 100; ++slice) ready = WaitIn(control, 100);
+      if (m_stop || !ready) return false;
       char chunk[512];
       ssize_t n = m_controlTls ? SSL_read(m_controlTls, chunk, sizeof chunk) : recv(control, chunk, sizeof chunk, 0);
       if (n <= 0) return false;
