@@ -60,7 +60,10 @@ ConnectionPool::~ConnectionPool() {
   }
   s.wake.notify_all();
   if (s.reaper.joinable()) s.reaper.join();
-  Empty();
+  // At the process's exit the TLS library and the feature cache may be
+  // gone already: what is left is let go unclosed, and the system closes
+  // the sockets. The module says goodbye properly when it is unloaded.
+  for (auto& e : s.entries) (void)e.control.release();
 }
 
 std::unique_ptr<FtpControl> ConnectionPool::Take(const PoolKey& key,
