@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <fstream>
 #include <map>
 
@@ -277,6 +278,58 @@ TEST_P(ServerTest, Ipv6) {
   }
   server->Stop();
   testing::RemoveTree(root);
+}
+
+// The workers' pool: a closed connection is handed to the next login that
+// matches it exactly and behaves as a new one; one the server ended while
+// it waited is replaced without a failure; emptying the pool leaves no
+// session on the server.
+TEST_P(ServerTest, PooledConnectionsHandedOnReplacedAndEmptied) {
+  using namespace std::chrono_literals;
+  EmptyConnectionPool();
+  ASSERT_TRUE(m_server->WaitForSessionCount(0, 5s));
+  CInternetSession pooling(L"ftpzn-tests");
+  pooling.EnableConnectionPool();
+  auto first = pooling.GetFtpConnection(WireToWide(m_server->Host()), WireToWide(FtpTestServer::kUser),
+                                        WireToWide(FtpTestServer::kPassword), m_server->Port(), true);
+  std::wstring base = WorkDir(first);
+  Upload(*first, L"one", "1");
+  first->Close();
+  EXPECT_EQ(PooledConnectionCount(), 1u);
+
+  // Not for another password, nor another port: those log in on their own.
+  EXPECT_THROW(pooling.GetFtpConnection(WireToWide(m_server->Host()), WireToWide(FtpTestServer::kUser), L"wrong",
+                                        m_server->Port(), true),
+               CInternetException);
+  EXPECT_THROW(pooling.GetFtpConnection(WireToWide(m_server->Host()), WireToWide(FtpTestServer::kUser),
+                                        WireToWide(FtpTestServer::kPassword), testing::ClosedPort(), true),
+               CInternetException);
+  EXPECT_EQ(PooledConnectionCount(), 1u);
+
+  // Handed on: no new session, and it stands where a new one would.
+  auto second = pooling.GetFtpConnection(WireToWide(m_server->Host()), WireToWide(FtpTestServer::kUser),
+                                         WireToWide(FtpTestServer::kPassword), m_server->Port(), true);
+  EXPECT_EQ(PooledConnectionCount(), 0u);
+  std::wstring dir;
+  ASSERT_TRUE(second->GetCurrentDirectory(dir)) << WideToWire(InternetGetLastResponseInfo());
+  EXPECT_EQ(dir, L"/");
+  ASSERT_TRUE(second->SetCurrentDirectory(base));
+  EXPECT_EQ(Download(*second, L"one"), "1");
+  second->Close();
+
+  // Ended by the server while it waited: the next transfer still works.
+  ASSERT_EQ(PooledConnectionCount(), 1u);
+  m_server->EndSessions();
+  ASSERT_TRUE(m_server->WaitForSessionCount(0, 5s));
+  auto third = pooling.GetFtpConnection(WireToWide(m_server->Host()), WireToWide(FtpTestServer::kUser),
+                                        WireToWide(FtpTestServer::kPassword), m_server->Port(), true);
+  ASSERT_TRUE(third->SetCurrentDirectory(base)) << WideToWire(InternetGetLastResponseInfo());
+  EXPECT_EQ(Download(*third, L"one"), "1");
+  third->Close();
+
+  EmptyConnectionPool();
+  EXPECT_EQ(PooledConnectionCount(), 0u);
+  EXPECT_TRUE(m_server->WaitForSessionCount(0, 5s)) << m_server->SessionCount() << " sessions left";
 }
 
 INSTANTIATE_TEST_SUITE_P(Servers, ServerTest,

@@ -487,11 +487,11 @@ std::string FtpTestServer::Url() const {
          "@" + host + ":" + std::to_string(m_port);
 }
 
-int FtpTestServer::SessionCount() const {
-  if (m_pid <= 0) return -1;
+std::vector<pid_t> FtpTestServer::Sessions() const {
+  std::vector<pid_t> sessions;
+  if (m_pid <= 0) return sessions;
   DIR* proc = opendir("/proc");
-  if (!proc) return -1;
-  int count = 0;
+  if (!proc) return sessions;
   // Bounded by the number of processes on the machine.
   while (dirent* entry = readdir(proc)) {
     if (entry->d_name[0] < '1' || entry->d_name[0] > '9') continue;
@@ -505,10 +505,18 @@ int FtpTestServer::SessionCount() const {
     long ppid = 0;
     if (!(fields >> state >> ppid)) continue;
     // A zombie is a session that has ended but is not yet reaped.
-    if (ppid == m_pid && state != 'Z' && state != 'X') ++count;
+    if (ppid == m_pid && state != 'Z' && state != 'X') sessions.push_back(static_cast<pid_t>(atol(entry->d_name)));
   }
   closedir(proc);
-  return count;
+  return sessions;
+}
+
+int FtpTestServer::SessionCount() const { return m_pid <= 0 ? -1 : static_cast<int>(Sessions().size()); }
+
+void FtpTestServer::EndSessions() {
+  // Each session's process (and what it started) ends as a server's idle
+  // time-out would end it: the client sees its connection close.
+  for (pid_t session : Sessions()) kill(session, SIGKILL);
 }
 
 bool FtpTestServer::WaitForSessionCount(int count, std::chrono::milliseconds timeout) const {

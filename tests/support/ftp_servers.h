@@ -81,6 +81,8 @@ class FtpTestServer {
   // Sessions the server serves now: the listener's live child processes
   // (each server forks one per connection). -1 if the server is not running.
   int SessionCount() const;
+  // Ends every session of the server, as an idle time-out would.
+  void EndSessions();
   // Waits, bounded by `timeout`, until SessionCount() is `count`: a session
   // ends a little after its client disconnects.
   bool WaitForSessionCount(int count, std::chrono::milliseconds timeout) const;
@@ -90,6 +92,7 @@ class FtpTestServer {
 
  private:
   FtpTestServer() = default;
+  std::vector<pid_t> Sessions() const;
 
   FtpServerKind m_kind = FtpServerKind::Vsftpd;
   std::string m_host;
