@@ -167,16 +167,22 @@ void FtpControl::Drop() {
   m_observer->OnStatus(kClosed, {});
 }
 
-void FtpControl::Send(const std::string& line) {
+void FtpControl::Send(const std::string& line) { SendLines({line}); }
+
+void FtpControl::SendLines(const std::vector<std::string>& lines) {
   if (!m_stream) throw NetError(kErrSessionDropped, "the connection to the server was lost");
-  // A line end inside a name would let it smuggle a second command; a NUL
-  // would cut the name short on most servers.
-  if (line.find_first_of(std::string_view("\r\n\0", 3)) != std::string::npos) {
-    throw NetError(kErrExtended, "a name or command contains a line break or a NUL byte");
+  std::string wire;
+  for (const std::string& line : lines) {
+    // A line end inside a name would let it smuggle a second command; a NUL
+    // would cut the name short on most servers.
+    if (line.find_first_of(std::string_view("\r\n\0", 3)) != std::string::npos) {
+      throw NetError(kErrExtended, "a name or command contains a line break or a NUL byte");
+    }
+    wire += line + "\r\n";
   }
-  m_observer->OnTrace(true, line.compare(0, 5, "PASS ") == 0 ? "PASS ****" : line);
+  for (const std::string& line : lines)
+    m_observer->OnTrace(true, line.compare(0, 5, "PASS ") == 0 ? "PASS ****" : line);
   m_observer->OnStatus(kSending, {});
-  std::string wire = line + "\r\n";
   try {
     m_stream->WriteAll(wire.data(), wire.size(), Deadline::After(m_timeouts.sendMs));
   } catch (const NetError&) {
@@ -505,23 +511,7 @@ FtpReply FtpControl::CommandAfterType(const std::string& line) {
 }
 
 std::vector<FtpReply> FtpControl::Pipeline(const std::vector<std::string>& lines) {
-  if (!m_stream) throw NetError(kErrSessionDropped, "the connection to the server was lost");
-  std::string wire;
-  for (const std::string& line : lines) {
-    if (line.find_first_of(std::string_view("\r\n\0", 3)) != std::string::npos) {
-      throw NetError(kErrExtended, "a name or command contains a line break or a NUL byte");
-    }
-    m_observer->OnTrace(true, line);
-    wire += line + "\r\n";
-  }
-  m_observer->OnStatus(kSending, {});
-  try {
-    m_stream->WriteAll(wire.data(), wire.size(), Deadline::After(m_timeouts.sendMs));
-  } catch (const NetError&) {
-    Drop();
-    throw;
-  }
-  m_observer->OnStatus(kSent, {});
+  SendLines(lines);
   std::vector<FtpReply> replies;
   for (size_t i = 0; i < lines.size(); ++i) {
     FtpReply reply = ReadReply();

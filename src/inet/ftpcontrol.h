@@ -108,6 +108,8 @@ class FtpControl {
   static constexpr int kAbortGraceMs = 300;
 
   void Send(const std::string& line);
+  // In one write.
+  void SendLines(const std::vector<std::string>& lines);
   bool ReplyPending(int ms);
   FtpReply ReadReply();
   void Drop();
