@@ -367,6 +367,7 @@ void TlsStream::DescribePeer() {
   const SSL_CIPHER* cipher = SSL_get_current_cipher(m_ssl);
   const char* name = cipher ? SSL_CIPHER_standard_name(cipher) : nullptr;
   m_peer.cipher = name ? name : (cipher ? SSL_CIPHER_get_name(cipher) : "");
+  m_peer.resumed = Resumed();
   X509* certificate = SSL_get1_peer_certificate(m_ssl);
   if (!certificate) {
     m_peer.problem = kErrCertUntrusted;

@@ -35,6 +35,7 @@ struct TlsPeerInfo {
   std::string notBefore;    // "2026-01-31 12:00:00 UTC"
   std::string notAfter;
   std::string fingerprint;  // SHA-256 of the certificate, "AB:CD:..."
+  bool resumed = false;     // an abbreviated handshake: an earlier session went on
   // 0 when the certificate is trusted; else kErrCertUntrusted,
   // kErrCertDate or kErrCertHost, with the reason in words.
   uint32_t problem = 0;
