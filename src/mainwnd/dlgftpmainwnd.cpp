@@ -450,6 +450,9 @@ void CDlgFTPMainWnd::OnExit(wxCommandEvent&) {
 
 void CDlgFTPMainWnd::OnLocal(wxCommandEvent&) {
   const wxString path = ftpzn::BrowseForFolder(this, "Select a directory:", 1);
+  // A cancelled chooser gives nothing: an empty directory would leave the
+  // pane showing one folder while downloads went to the root.
+  if (path.empty()) return;
   m_ctrlLocal.FillDirectory(path);
   m_strLocalDir = path;
   UpdateData(false);

@@ -8,16 +8,29 @@
 #include <algorithm>
 #include <exception>
 #include <memory>
+#include <numeric>
 #include <utility>
 
 #include "mainwnd/dlgftpmainwnd.h"
 #include "res/menus.h"
 #include "res/resources.h"
+#include "sites/preferences.h"
 
 namespace {
 constexpr int kFolderImage = 0;
 constexpr int kFileImage = 1;
 constexpr int kBusyAnimationId = 9065;
+constexpr int kColumnCount = 4;
+const char* const kHeadings[kColumnCount] = {"Name", "Size", "Type", "Created"};
+
+bool IsParentRow(const FileListItem& record) {
+  return record.folder && record.name == "..Up" && record.typeText == "..Up";
+}
+
+template <typename T>
+int Compare(const T& a, const T& b) {
+  return a < b ? -1 : b < a ? 1 : 0;
+}
 }  // namespace
 
 CFtpListzn::~CFtpListzn() = default;
@@ -33,10 +46,19 @@ bool CFtpListzn::Create(wxWindow* parent, wxWindowID id, const wxPoint& pos, con
   // declared in a private header; it is a plain wxWindow, found among the
   // children by its address.
   for (wxWindow* child : GetChildren()) {
-    if (static_cast<void*>(child) == static_cast<void*>(m_mainWin))
+    if (static_cast<void*>(child) == static_cast<void*>(m_mainWin)) {
       child->Bind(wxEVT_LEFT_DCLICK, &CFtpListzn::OnMouseDoubleClick, this);
+      // Ahead of the list's own keys: Enter there only reports an
+      // activation, and a letter starts a search by name.
+      child->Bind(wxEVT_KEY_DOWN, &CFtpListzn::OnKeyDown, this);
+    }
   }
 #endif
+#if (defined(__WXMSW__) || defined(__WXQT__)) && !defined(__WXUNIVERSAL__)
+  Bind(wxEVT_KEY_DOWN, &CFtpListzn::OnKeyDown, this);
+#endif
+  Bind(wxEVT_LIST_COL_CLICK, &CFtpListzn::OnColumnClick, this);
+  Bind(wxEVT_LIST_COL_END_DRAG, &CFtpListzn::OnColumnDragged, this);
   return true;
 }
 
@@ -50,15 +72,175 @@ int CFtpListzn::CreateImageList() {
 }
 
 int CFtpListzn::InsertColumns() {
-  InsertColumn(0, "Name", wxLIST_FORMAT_LEFT, 90);
-  InsertColumn(1, "Size", wxLIST_FORMAT_RIGHT, 100);
-  InsertColumn(2, "Type", wxLIST_FORMAT_LEFT, 100);
-  InsertColumn(3, "Created", wxLIST_FORMAT_LEFT, 100);
+  // Measured in the font the list draws with, so that sizes and dates fit
+  // whatever the desktop's font; the name takes what room is left, and at
+  // least enough for a name of some twenty characters.
+  constexpr int kMargin = 16;
+  constexpr int kIcon = 20;
+  // The largest size a row holds is 4 GiB less one byte.
+  const int size = GetTextExtent("4,194,304 KB").x + kMargin;
+  const int type = GetTextExtent("plain text").x + kMargin;
+  const int date = GetTextExtent("88/88/88/88/88/88").x + kMargin;
+  const int scrollBar = 20;
+  const int room = GetClientSize().x - size - type - date - scrollBar;
+  const int name = std::max(room, GetTextExtent("A typical file name.txt").x + kIcon + kMargin);
+  const struct {
+    wxListColumnFormat format;
+    int width;
+  } columns[kColumnCount] = {{wxLIST_FORMAT_LEFT, name},
+                             {wxLIST_FORMAT_RIGHT, size},
+                             {wxLIST_FORMAT_LEFT, type},
+                             {wxLIST_FORMAT_LEFT, date}};
+  for (int i = 0; i < kColumnCount; ++i) {
+    const int width =
+        ColumnsKey() ? ftpzn::ReadColumnWidth(ColumnsKey(), i, columns[i].width) : columns[i].width;
+    InsertColumn(i, kHeadings[i], columns[i].format, width);
+  }
   return 1;
 }
 
+void CFtpListzn::ShowSortHeading() {
+  // An arrow in the text: the theme's own sort mark is faint and sits over
+  // the text of a right-aligned heading.
+  for (int i = 0; i < GetColumnCount() && i < kColumnCount; ++i) {
+    wxString heading = kHeadings[i];
+    if (i == m_sortColumn) heading << (m_sortAscending ? L" \u25B2" : L" \u25BC");
+    wxListItem column;
+    column.SetMask(wxLIST_MASK_TEXT);
+    column.SetText(heading);
+    SetColumn(i, column);
+  }
+}
+
+void CFtpListzn::OnColumnDragged(wxListEvent& event) {
+  event.Skip();
+  // The list takes the new width after telling of the drag.
+  CallAfter(&CFtpListzn::SaveColumnWidths);
+}
+
+void CFtpListzn::SaveColumnWidths() {
+  if (!ColumnsKey()) return;
+  for (int i = 0; i < GetColumnCount(); ++i) ftpzn::WriteColumnWidth(ColumnsKey(), i, GetColumnWidth(i));
+}
+
 CFtpListzn::FillBatch::~FillBatch() {
-  if (--m_list.m_fillDepth == 0) m_list.SyncItemCount();
+  if (--m_list.m_fillDepth == 0) {
+    m_list.SortRows(false);
+    m_list.SyncItemCount();
+  }
+}
+
+void CFtpListzn::SortRows(bool keepSelection) {
+  if (m_sortColumn < 0 || m_rows.size() < 2) return;
+  const size_t first = IsParentRow(m_rows.front()) ? 1 : 0;
+  if (m_sortColumn == 2) {
+    for (size_t i = first; i < m_rows.size(); ++i) GetItemTypeText(static_cast<int>(i));
+  }
+  const int column = m_sortColumn;
+  auto compare = [column](const FileListItem& a, const FileListItem& b) {
+    switch (column) {
+      case 1:
+        return Compare(a.size, b.size);
+      case 2:
+        return a.typeText.CmpNoCase(b.typeText);
+      case 3:
+        return Compare(a.time, b.time);
+      default:
+        return 0;
+    }
+  };
+  std::vector<size_t> order(m_rows.size() - first);
+  std::iota(order.begin(), order.end(), first);
+  const bool ascending = m_sortAscending;
+  std::stable_sort(order.begin(), order.end(), [&](size_t x, size_t y) {
+    const FileListItem& a = m_rows[x];
+    const FileListItem& b = m_rows[y];
+    if ((a.folder != 0) != (b.folder != 0)) return a.folder != 0;
+    int c = compare(a, b);
+    if (c == 0) c = a.name.CmpNoCase(b.name);
+    if (c == 0) c = a.name.Cmp(b.name);
+    return ascending ? c < 0 : c > 0;
+  });
+
+  std::vector<long> selected;
+  long focused = -1;
+  if (keepSelection) {
+    for (int row = GetNextSelectedRow(-1); row != -1; row = GetNextSelectedRow(row)) selected.push_back(row);
+    focused = GetNextItem(-1, wxLIST_NEXT_ALL, wxLIST_STATE_FOCUSED);
+  }
+  std::vector<FileListItem> sorted;
+  sorted.reserve(m_rows.size());
+  std::vector<long> moved(m_rows.size());
+  for (size_t i = 0; i < first; ++i) {
+    moved[i] = static_cast<long>(i);
+    sorted.push_back(std::move(m_rows[i]));
+  }
+  for (size_t from : order) {
+    moved[from] = static_cast<long>(sorted.size());
+    sorted.push_back(std::move(m_rows[from]));
+  }
+  m_rows.swap(sorted);
+  if (keepSelection) {
+    SetItemState(-1, 0, wxLIST_STATE_SELECTED);
+    for (long row : selected)
+      SetItemState(moved[static_cast<size_t>(row)], wxLIST_STATE_SELECTED, wxLIST_STATE_SELECTED);
+    if (focused >= 0)
+      SetItemState(moved[static_cast<size_t>(focused)], wxLIST_STATE_FOCUSED, wxLIST_STATE_FOCUSED);
+  }
+  Refresh();
+}
+
+void CFtpListzn::OnColumnClick(wxListEvent& event) {
+  const int column = event.GetColumn();
+  if (column < 0 || column >= kColumnCount) return;
+  m_sortAscending = column == m_sortColumn ? !m_sortAscending : true;
+  m_sortColumn = column;
+  ShowSortHeading();
+  wxBusyCursor wait;
+  SortRows(true);
+}
+
+void CFtpListzn::SelectAllEntries() {
+  if (GetItemCount() == 0) return;
+  SetItemState(-1, wxLIST_STATE_SELECTED, wxLIST_STATE_SELECTED);
+  if (IsParentRow(m_rows.front())) SetItemState(0, 0, wxLIST_STATE_SELECTED);
+}
+
+void CFtpListzn::OnKeyDown(wxKeyEvent& event) {
+  const int key = event.GetKeyCode();
+  const int modifiers = event.GetModifiers();
+  if (modifiers == wxMOD_CONTROL && key == 'A') {
+    SelectAllEntries();
+    return;
+  }
+  if (modifiers != wxMOD_NONE) {
+    event.Skip();
+    return;
+  }
+  switch (key) {
+    case WXK_RETURN:
+    case WXK_NUMPAD_ENTER: {
+      // The row the keyboard stands on, as a double click on it would.
+      long row = GetNextItem(-1, wxLIST_NEXT_ALL, wxLIST_STATE_FOCUSED);
+      if (row < 0) row = GetNextSelectedRow(-1);
+      wxBusyCursor wait;
+      DoubleClickRow(static_cast<int>(row));
+      return;
+    }
+    case WXK_BACK: {
+      wxBusyCursor wait;
+      GoUpDirectory();
+      return;
+    }
+    case WXK_F5: {
+      wxBusyCursor wait;
+      RefreshList();
+      return;
+    }
+    default:
+      // Delete stays unbound: the deletes ask nothing before they act.
+      event.Skip();
+  }
 }
 
 void CFtpListzn::SyncItemCount() {

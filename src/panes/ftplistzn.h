@@ -107,6 +107,14 @@ class CFtpListzn : public ftpzn::EventGuard<wxListCtrl> {
 
   // A double click on `row` (-1 below the rows): row 0 always goes up.
   void DoubleClickRow(int row);
+  // Lists the current directory again; nothing without one.
+  virtual void RefreshList() {}
+
+  // The order the user chose by clicking a column header: -1 (none: rows
+  // stay in the order they were listed) or the column, and its direction.
+  // Folders come first either way, the parent row always first.
+  int GetSortColumn() const { return m_sortColumn; }
+  bool IsSortAscending() const { return m_sortAscending; }
 
   // The directory text the pane shows; owned by the main window.
   wxString* m_pstrDirectory = nullptr;
@@ -124,6 +132,9 @@ class CFtpListzn : public ftpzn::EventGuard<wxListCtrl> {
 
   // Room for `count` rows, for a fill that knows how many are coming.
   void ReserveRows(size_t count);
+  // The key under which the column widths the user dragged are kept in the
+  // profile store; null keeps none.
+  virtual const char* ColumnsKey() const { return nullptr; }
   // While filling, the control learns the row count once at the end.
   class FillBatch {
    public:
@@ -139,13 +150,26 @@ class CFtpListzn : public ftpzn::EventGuard<wxListCtrl> {
  private:
   int InsertRecord(int row, FileListItem record);
   void SyncItemCount();
+  // Puts the rows in the chosen order; with `keepSelection` the selected
+  // and focused rows stay so, wherever they move.
+  void SortRows(bool keepSelection);
+  // Every row but the parent row: what a transfer of "everything" wants.
+  void SelectAllEntries();
+  void SaveColumnWidths();
+  // The headings, the sorted one with an arrow for its direction.
+  void ShowSortHeading();
   void OnMouseDoubleClick(wxMouseEvent& event);
+  void OnKeyDown(wxKeyEvent& event);
+  void OnColumnClick(wxListEvent& event);
+  void OnColumnDragged(wxListEvent& event);
 
   // Mutable for the type texts, filled in as rows are first painted: the
   // desktop's type guess for every row of a large listing cost as much as
   // the listing itself.
   mutable std::vector<FileListItem> m_rows;
   int m_fillDepth = 0;
+  int m_sortColumn = -1;
+  bool m_sortAscending = true;
   wxWeakRef<wxGenericAnimationCtrl> m_busyAnimation;
 };
 
@@ -155,7 +179,7 @@ class CFtpListzn1Local : public CFtpListzn {
   bool Create(wxWindow* parent, wxWindowID id, const wxPoint& pos, const wxSize& size);
 
   int FillDirectory(const wxString& path);
-  void RefreshList();
+  void RefreshList() override;
   int UpdatePathDisplay();
   int GoUpDirectory() override;
   int OpenItem(int row) override;
@@ -166,6 +190,7 @@ class CFtpListzn1Local : public CFtpListzn {
   void DropPaths(const wxArrayString& paths);
 
  private:
+  const char* ColumnsKey() const override { return "Local"; }
   // The current directory, or null when there is none to work in.
   const wxString* CurrentDirectory() const;
   // Clears the list and shows what `find` found, parent row first.
@@ -207,7 +232,7 @@ class CFtpListzn1Remote : public CFtpListzn {
   // not empty; the answer is not checked). 0 when nothing could be listed:
   // the rows then stay. The current directory text is left alone.
   int FillDirectory(const wxString& path, ftpzn::inet::CFtpConnection* connection, bool update);
-  void RefreshList();
+  void RefreshList() override;
   int UpdatePathDisplay();
   int GoUpDirectory() override;
   int OpenItem(int row) override;
@@ -226,6 +251,7 @@ class CFtpListzn1Remote : public CFtpListzn {
   ftpzn::inet::CFtpConnection* m_pConnection = nullptr;
 
  private:
+  const char* ColumnsKey() const override { return "Remote"; }
   // Clears the list and shows what `find` finds, parent row first.
   void ShowFound(ftpzn::inet::CFtpFileFind& find, bool found);
   // Reads the server's directory into the current directory text; false

@@ -116,8 +116,14 @@ void CDlgConnect::CreateControls() {
   new wxButton(this, IDC_ADD, "&Add", wxPoint(10, kButtonsY), wxSize(64, 30));
   new wxButton(this, IDC_SAVE, "Sa&ve", wxPoint(78, kButtonsY), wxSize(64, 30));
   new wxButton(this, IDC_REMOVE, "&Remove", wxPoint(146, kButtonsY), wxSize(64, 30));
-  new wxCheckBox(this, IDC_SAVE_OPTION, "Save ...", wxPoint(kLabelX, kButtonsY + 6));
-  new wxButton(this, IDC_WIZARD, "Wizard...", wxPoint(330, kButtonsY), wxSize(96, 30));
+  auto* saveOption = new wxCheckBox(this, IDC_SAVE_OPTION, "Save ...", wxPoint(kLabelX, kButtonsY + 6));
+  // The check box keeps the room its label needs in the font in use; the
+  // Wizard button gives way (Connect and Cancel keep their places).
+  const int saveRight = kLabelX + saveOption->GetBestSize().x;
+  saveOption->SetSize(saveOption->GetBestSize());
+  const int wizardX = std::max(kEditX, saveRight + 8);
+  new wxButton(this, IDC_WIZARD, "Wizard...", wxPoint(wizardX, kButtonsY),
+               wxSize(std::max(40, 426 - wizardX), 30));
   auto* connect = new wxButton(this, ftpzn::kResultOk, "&Connect", wxPoint(432, kButtonsY), wxSize(96, 30));
   new wxButton(this, ftpzn::kResultCancel, "Cancel", wxPoint(534, kButtonsY), wxSize(96, 30));
   connect->SetDefault();
@@ -274,9 +280,15 @@ void CDlgConnect::OnInitDialog(wxInitDialogEvent&) {
     indexes.push_back(reinterpret_cast<void*>(static_cast<intptr_t>(index)));
   }
   if (!names.empty()) m_listSites->Append(names, indexes.data());
-  // Read and deliberately not applied: the dialog opens with nothing
-  // selected and the built-in profile in the fields.
+  // A list position moves as profiles come and go: it is read and not
+  // applied. The site connected to last is known by name.
   (void)ftpzn::ReadLastSelectedSite();
+  if (m_listSites->IsEmpty()) return;
+  const wxString lastName = ftpzn::ReadLastConnectedSite();
+  const int last = lastName.empty() ? wxNOT_FOUND : m_listSites->FindString(lastName, true);
+  m_listSites->SetSelection(last == wxNOT_FOUND ? 0 : last);
+  m_listSites->EnsureVisible(m_listSites->GetSelection());
+  SelectSite();
 }
 
 void CDlgConnect::SelectSite() {
@@ -308,6 +320,8 @@ void CDlgConnect::OnSelectSite(wxCommandEvent&) { SelectSite(); }
 void CDlgConnect::OnConnect(wxCommandEvent&) {
   // What stands in the fields is what the caller gets, saved or not.
   if (!UpdateData(true)) return;
+  const int position = m_listSites->GetSelection();
+  if (position != wxNOT_FOUND) ftpzn::WriteLastConnectedSite(m_listSites->GetString(position));
   ftpzn::EndDialog(this, ftpzn::kResultOk);
 }
 

@@ -18,6 +18,24 @@ void WriteLastSelectedSite(int listPosition) {
   WriteProfileInt(kSectionSettings, kKeyLastSelectedSite, listPosition);
 }
 
+wxString ReadLastConnectedSite() {
+  return GetProfileString(kSectionSettings, kKeyLastConnectedSite, wxString());
+}
+
+void WriteLastConnectedSite(const wxString& profileName) {
+  WriteProfileString(kSectionSettings, kKeyLastConnectedSite, profileName);
+}
+
+int ReadColumnWidth(const wxString& list, int column, int defaultWidth) {
+  const int width = GetProfileInt(kSectionColumns, wxString::Format("%s%d", list, column), kAbsent);
+  // A width the list could not show (none, or a damaged value) is no choice.
+  return width > 0 && width < 10000 ? width : defaultWidth;
+}
+
+void WriteColumnWidth(const wxString& list, int column, int width) {
+  WriteProfileInt(kSectionColumns, wxString::Format("%s%d", list, column), width);
+}
+
 wxString ReadEmailAddress() { return GetProfileString(kSectionSettings, kKeyEmailAddress, wxString()); }
 
 int ReadTransferMax() { return GetProfileInt(kSectionSettings, kKeyTransferMax, 10); }

@@ -1,6 +1,6 @@
 // Every value the module keeps in the host's profile store, with its
 // section, key and default. Values are read where they are used, so each
-// accessor reads the store anew; only integers are ever written.
+// accessor reads the store anew.
 #pragma once
 
 #include <wx/string.h>
@@ -9,6 +9,7 @@ namespace ftpzn {
 
 inline constexpr char kSectionSettings[] = "Settings";
 inline constexpr char kSectionTransferManager[] = "TransferManager";
+inline constexpr char kSectionColumns[] = "Columns";
 
 inline constexpr char kKeyLastSelectedSite[] = "LastSelectedSite";
 inline constexpr char kKeyEmailAddress[] = "EmailAddress";
@@ -22,11 +23,21 @@ inline constexpr char kKeyWndLeft[] = "WndLeft";
 inline constexpr char kKeyWndBottom[] = "WndBottom";
 inline constexpr char kKeyWndRight[] = "WndRight";
 inline constexpr char kKeyWndStatus[] = "WndStatus";
+inline constexpr char kKeyLastConnectedSite[] = "LastConnectedSite";
 
 // "Settings"/"LastSelectedSite", default 0: written by the site manager on
-// every selection; read when it opens and deliberately not applied.
+// every selection (a list position, which moves as profiles come and go);
+// read when it opens and not applied.
 int ReadLastSelectedSite();
 void WriteLastSelectedSite(int listPosition);
+// "Settings"/"LastConnectedSite", default empty: the profile name of the
+// site the site manager last connected to; it opens with that one chosen.
+wxString ReadLastConnectedSite();
+void WriteLastConnectedSite(const wxString& profileName);
+// "Columns"/"<list><column>" (e.g. "Remote0"): a column width the user
+// dragged; `defaultWidth` when none was kept.
+int ReadColumnWidth(const wxString& list, int column, int defaultWidth);
+void WriteColumnWidth(const wxString& list, int column, int width);
 // "Settings"/"EmailAddress", default empty: the anonymous password. Only
 // the host writes it.
 wxString ReadEmailAddress();

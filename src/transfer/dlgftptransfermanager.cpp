@@ -29,6 +29,9 @@ constexpr int kClientHeight = 260;
 constexpr int kShowNormal = 1;
 constexpr int kShowMinimized = 2;
 constexpr int kShowMaximized = 3;
+// The longest line the progress column shows in practice.
+constexpr char kWidestProgress[] = "100%  1.23 GB  123.4 MB/s  0:00 left";
+constexpr char kColumnsKey[] = "Transfers";
 
 // The list asks its owner for every cell, so it holds any number of rows
 // without a copy of their texts.
@@ -105,9 +108,24 @@ bool CDlgFtpTransferManager::Create(int show) {
 
 void CDlgFtpTransferManager::OnInitDialog() {
   RestorePlacement();
-  const int width = (GetClientSize().x - 7 * kBorder) / 6;
+  // "Progress" is as wide as its longest line in the list's font; the
+  // other columns share the rest equally.
+  const int progress = m_listCtrl->GetTextExtent(kWidestProgress).x + 24;
+  const int width = std::max(60, (GetClientSize().x - 7 * kBorder - progress) / (kColumnCount - 1));
   const char* const headings[kColumnCount] = {"Filename", "Host", "From", "To", "Status", "Progress"};
-  for (int i = 0; i < kColumnCount; ++i) m_listCtrl->InsertColumn(i, headings[i], wxLIST_FORMAT_LEFT, width);
+  for (int i = 0; i < kColumnCount; ++i) {
+    const int initial = i == kColumnProgress ? progress : width;
+    m_listCtrl->InsertColumn(i, headings[i], wxLIST_FORMAT_LEFT,
+                             ftpzn::ReadColumnWidth(kColumnsKey, i, initial));
+  }
+  m_listCtrl->Bind(wxEVT_LIST_COL_END_DRAG, [this](wxListEvent& event) {
+    event.Skip();
+    // The list takes the new width after telling of the drag.
+    CallAfter([this] {
+      for (int i = 0; i < kColumnCount; ++i)
+        ftpzn::WriteColumnWidth(kColumnsKey, i, m_listCtrl->GetColumnWidth(i));
+    });
+  });
   auto* images = new wxImageList(16, 16, true, 1);
   const wxSize small(16, 16);
   images->Add(ftpzn::res::LoadIconBundle(ftpzn::res::kIconFile, small).GetBitmap(small));

@@ -171,6 +171,11 @@ void CDlgFTPMainWnd::OnDownload(wxCommandEvent&) {
     ftpzn::MessageBox("Please connect a ftp site first!", 0, this);
     return;
   }
+  // Without a local directory every target would become "/" + name.
+  if (m_strLocalDir.empty()) {
+    ftpzn::MessageBox("Please choose a local directory first!", 0, this);
+    return;
+  }
   if (!m_pFtpConnection->SetCurrentDirectory(m_strRemoteDir.ToStdWstring())) {
     ftpzn::MessageBox(wxString::Format("SetCurrentDirectory:%s error:%d", m_strRemoteDir,
                                        static_cast<int>(ftpzn::inet::GetLastError())),
@@ -210,6 +215,10 @@ void CDlgFTPMainWnd::OnDownload(wxCommandEvent&) {
 void CDlgFTPMainWnd::OnUpload(wxCommandEvent&) {
   if (!m_pFtpConnection) {
     ftpzn::MessageBox("Please connect ftp site first", 0, this);
+    return;
+  }
+  if (m_strLocalDir.empty()) {
+    ftpzn::MessageBox("Please choose a local directory first!", 0, this);
     return;
   }
   wxBusyCursor wait;

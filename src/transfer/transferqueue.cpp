@@ -60,6 +60,15 @@ wxString FormatTransferProgress(uint64_t done, uint64_t total, double bytesPerSe
   return text;
 }
 
+wxString EndReasonText(const wxString& result, bool cancelled) {
+  if (cancelled) return "Cancelled";
+  // A server's reply may span lines; a cell shows one.
+  wxString text = result;
+  text.Replace("\r", "");
+  text.Replace("\n", " ");
+  return text.Trim();
+}
+
 TransferQueue::~TransferQueue() { KillAll(); }
 
 bool TransferQueue::AddDownload(const TransferArgs& args) { return Add<CThreadFtpDownload>(args, false); }
@@ -95,7 +104,7 @@ bool TransferQueue::Add(const TransferArgs& args, bool upload) {
     worker->m_pOwner = GetSink();
     worker->m_dwTimeout = static_cast<uint32_t>(m_nConnectionTimeout) * 1000;
     id = worker->m_nThreadID;
-    m_rows.push_back({id, upload, worker.get(), args.failed ? FailedText() : QueuedText()});
+    m_rows.push_back({id, upload, worker.get(), args.failed ? FailedText() : QueuedText(), args.endReason});
     if (!args.failed) m_queued.push_back(id);
     worker->SetThreadPriority(WorkerThread::kPriorityNormal);
     // Listed before the pump below: a failed download's end dispatched
@@ -195,7 +204,7 @@ wxString TransferQueue::GetCellText(size_t index, int column) const {
       return row.status;
     case kColumnProgress: {
       const auto meter = m_meters.find(row.threadId);
-      return meter == m_meters.end() ? wxString() : meter->second.text;
+      return meter == m_meters.end() ? row.endReason : meter->second.text;
     }
     default:
       return wxString();
@@ -264,6 +273,7 @@ void TransferQueue::OnEnd(WorkerList<Worker>& list, uint32_t threadId, bool uplo
                        worker->m_strFileName, worker->m_strLocalDir, worker->m_strRemoteDir};
     again.tls = worker->m_tlsMode;
     again.acceptedCertificate = worker->m_strAcceptedCertificate;
+    again.endReason = EndReasonText(worker->GetResult(), worker->m_hEventKill.IsSet());
     if (upload) {
       // Listed again with its settings one place early, and queued rather
       // than failed: so it has always been, and so it stays.

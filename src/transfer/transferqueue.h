@@ -25,6 +25,9 @@ struct TransferRow {
   bool upload = false;
   CThreadFtp* worker = nullptr;  // owned by the worker lists, as long as the row stands
   SharedText status;
+  // Why the transfer this row lists again ended: shown under "Progress"
+  // until the new worker reports progress of its own.
+  wxString endReason;
 };
 
 // What one transfer is given, in the order the add operations take it.
@@ -45,6 +48,8 @@ struct TransferArgs {
   inet::TlsMode tls = inet::TlsMode::None;
   // A certificate the user accepted although the system does not trust it.
   wxString acceptedCertificate = wxString();
+  // For a transfer listed again: how the previous one ended.
+  wxString endReason = wxString();
 };
 
 // The site transfers go to, as the add operations take it.
@@ -81,6 +86,9 @@ struct TransferSite {
 wxString FormatTransferProgress(uint64_t done, uint64_t total, double bytesPerSecond);
 // 1023 B, 4.00 KB, 43.1 MB, 430 MB, 1.50 GB: units of 1024, three digits.
 wxString FormatByteCount(uint64_t bytes);
+// How an ended transfer that failed is described on its new row: "Cancelled"
+// when the user cancelled it, otherwise the worker's result on one line.
+wxString EndReasonText(const wxString& result, bool cancelled);
 
 // Workers of one direction in order of creation, found by thread
 // identifier (which grows with creation) without a walk: so each must be

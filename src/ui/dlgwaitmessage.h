@@ -7,6 +7,7 @@
 
 #include "ui/dialogs.h"
 
+class wxButton;
 class wxGauge;
 class wxStaticText;
 
@@ -23,7 +24,11 @@ class CDlgWaitMessage : public ftpzn::ModuleDialog {
   void OnInitDialog() override;
 
  private:
+  // Places the controls around the texts as set, at the font in use.
+  void FitToTexts();
+
   wxStaticText* m_message = nullptr;
   wxStaticText* m_countdown = nullptr;
+  wxButton* m_cancel = nullptr;
   wxTimer m_timer;
 };

@@ -143,6 +143,10 @@ TEST(WaitDialogTest, ShowsTheSecondsAndAnEmptyBarAndEndsOnlyByCancel) {
     EXPECT_EQ(message->GetLabel(), "530 Login incorrect.");
     EXPECT_EQ(wait->m_ctrlProgress->GetRange(), 10);
     EXPECT_EQ(wait->m_ctrlProgress->GetValue(), 0);
+    // The countdown line is not cut short at the font in use.
+    EXPECT_LE(countdown->GetTextExtent(countdown->GetLabel()).x, countdown->GetSize().x);
+    EXPECT_LE(countdown->GetRect().GetRight(), d->GetClientSize().x);
+    ftpzn::test::SaveScreenshot("retry-wait");
     PumpFor(1300);  // a timer tick passes: nothing counts down, nothing closes
     EXPECT_TRUE(d->IsModal());
     EXPECT_EQ(countdown->GetLabel(), "FTP Rovendel will retry to connect after 10 seconds...");

@@ -102,7 +102,8 @@ TEST_F(MainWindowTest, OpensWithMenusColumnsAndDisconnected) {
     column.SetMask(wxLIST_MASK_TEXT | wxLIST_MASK_WIDTH);
     pane->GetColumn(1, column);
     EXPECT_EQ(column.GetText(), "Size");
-    EXPECT_EQ(column.GetWidth(), 100);
+    // Wide enough for the largest size a row can hold, in the list's font.
+    EXPECT_GT(column.GetWidth(), pane->GetTextExtent("4,194,304 KB").x);
   }
   EXPECT_EQ(m_window->m_ctrlLocal.GetId(), 9068);
   EXPECT_EQ(m_window->m_ctrlRemote.GetId(), 9065);

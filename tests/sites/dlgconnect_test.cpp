@@ -135,6 +135,10 @@ TEST_F(DlgConnectTest, BuiltInProfileWithoutSiteFileConnects) {
                    24026, 9062, 9043, 9044, 9032, 9034, 1,    2,    9050, 9035})
       EXPECT_NE(d->FindWindow(id), nullptr) << "control " << id;
     EXPECT_EQ(dynamic_cast<wxButton*>(d->FindWindow(1))->GetLabel(), "&Connect");
+    // "Save ..." keeps the width of its label, clear of the Wizard button.
+    wxWindow* saveOption = d->FindWindow(CDlgConnect::IDC_SAVE_OPTION);
+    EXPECT_GE(saveOption->GetSize().x, saveOption->GetBestSize().x);
+    EXPECT_LT(saveOption->GetRect().GetRight(), d->FindWindow(CDlgConnect::IDC_WIZARD)->GetPosition().x);
     EXPECT_FALSE(SaveScreenshot("dlgconnect-builtin").empty());
     Click(d, 1);
   });
@@ -231,6 +235,7 @@ TEST_F(DlgConnectTest, AnonymousShowsTheAddressReadable) {
       {Site("Pub", "p.example", "Anonymous", "x@y.example"), Site("Priv", "q.example", "bob", "secret")});
   CDlgConnect dialog(nullptr);
   ShowAndDrive(dialog, [](CDlgConnect* d) {
+    d->m_listSites->SetSelection(wxNOT_FOUND);  // it opened on the first profile
     Click(d, CDlgConnect::IDC_ANONYMOUS);
     EXPECT_EQ(Value(d, CDlgConnect::IDC_LOGIN), "anonymous");
     EXPECT_EQ(Value(d, CDlgConnect::IDC_PASSWORD), "me@example.org");
@@ -267,29 +272,36 @@ TEST_F(DlgConnectTest, AnonymousShowsTheAddressReadable) {
   });
 }
 
-TEST_F(DlgConnectTest, ReopeningSelectsNothingAndInitialisesOnce) {
+TEST_F(DlgConnectTest, OpensOnTheSiteLastConnectedToAndInitialisesOnce) {
   WriteSites({Site("One", "1.example", "u", "p"), Site("Two", "2.example", "u", "p")});
   wxConfigBase::Get()->Write("/Settings/LastSelectedSite", 1L);
-  {
+  // Each run opens on what the run before left, then picks another and
+  // leaves with Connect or Cancel.
+  struct Case {
+    const char* what;
+    const char* shown;
+    int pick;
+    int button;
+  } cases[] = {
+      {"never connected: the first, not the stored list position", "One", 1, 1},
+      {"connected to Two: Two", "Two", 0, 2},
+      {"One picked but cancelled: still Two", "Two", 0, 2},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
     CDlgConnect dialog(nullptr);
-    ShowAndDrive(dialog, [](CDlgConnect* d) {
-      EXPECT_EQ(d->m_listSites->GetSelection(), wxNOT_FOUND);
-      EXPECT_EQ(Value(d, CDlgConnect::IDC_HOST), BuiltInSite().m_strHost);
-      SelectItem(d, 0);
-      Click(d, 2);
+    ShowAndDrive(dialog, [&c](CDlgConnect* d) {
+      EXPECT_EQ(d->m_listSites->GetStringSelection(), c.shown);
+      EXPECT_EQ(Value(d, CDlgConnect::IDC_HOST), wxString(c.shown) == "One" ? "1.example" : "2.example");
+      SaveScreenshot(std::string("dlgconnect-opened-on-") + c.shown);
+      SelectItem(d, c.pick);
+      Click(d, c.button);
     });
+    // A second show does not load the file into the list again.
+    dialog.Show();
+    dialog.Hide();
+    EXPECT_EQ(dialog.m_listSites->GetCount(), 2u);
   }
-  EXPECT_EQ(wxConfigBase::Get()->ReadLong("/Settings/LastSelectedSite", -1), 0);
-  CDlgConnect again(nullptr);
-  ShowAndDrive(again, [](CDlgConnect* d) {
-    EXPECT_EQ(d->m_listSites->GetSelection(), wxNOT_FOUND);
-    EXPECT_EQ(Value(d, CDlgConnect::IDC_HOST), BuiltInSite().m_strHost);
-    Click(d, 2);
-  });
-  // A second show does not load the file into the list again.
-  again.Show();
-  again.Hide();
-  EXPECT_EQ(again.m_listSites->GetCount(), 2u);
 }
 
 TEST_F(DlgConnectTest, BadNumberKeepsTheDialogOpen) {
