@@ -217,7 +217,11 @@ class Proxy:
         made to it to the server's passive port, then closes."""
         accepted = asyncio.Event()
 
-        async def on_client(reader, writer):
+        def on_client(reader, writer):
+            # Tracked, so that an ending proxy cancels it with the rest.
+            self.spawn(forward(reader, writer))
+
+        async def forward(reader, writer):
             if accepted.is_set():
                 writer.close()
                 return
