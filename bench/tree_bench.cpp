@@ -313,6 +313,13 @@ TEST(TreeBench, ManySmallFilesThroughTheWindow) {
     }
     return seconds;
   };
+  // A number, or "-" for what was not run (negative).
+  auto num = [](double value, const char* format) {
+    char text[32];
+    if (value < 0) return std::string("-");
+    snprintf(text, sizeof text, format, value);
+    return std::string(text);
+  };
   for (int round = 0; round < runs; ++round) {
     Shell("rm -rf " + out + "/* " + root + "/up/*");
     trips.clear();
@@ -332,12 +339,10 @@ TEST(TreeBench, ManySmallFilesThroughTheWindow) {
         return timed(lftp + "mirror -R --parallel=4 " + src + "/tree up/lftp4'");
       }));
     }
-    auto t = [](const std::vector<double>& v) { return v.empty() ? -1 : v.back(); };
-    printf(
-        "round %d: ftpzn %.1f s / %.1f s, lftp mirror %.1f s / %.1f s, lftp mirror --parallel=4 %.1f s / "
-        "%.1f s "
-        "(down / up)\n",
-        round + 1, t(down), t(up), t(lftpDown), t(lftpUp), t(lftpDown4), t(lftpUp4));
+    auto t = [&](const std::vector<double>& v) { return num(v.empty() ? -1 : v.back(), "%.1f s"); };
+    printf("round %d: ftpzn %s / %s, lftp mirror %s / %s, lftp mirror --parallel=4 %s / %s (down / up)\n",
+           round + 1, t(down).c_str(), t(up).c_str(), t(lftpDown).c_str(), t(lftpUp).c_str(),
+           t(lftpDown4).c_str(), t(lftpUp4).c_str());
     if (!trips.empty())
       printf("round %d round trips (command chunks + data connections through the proxy):\n", round + 1);
     for (const std::string& line : trips) printf("  %s\n", line.c_str());
@@ -352,12 +357,6 @@ TEST(TreeBench, ManySmallFilesThroughTheWindow) {
 
   // Rates and ratios from the medians; "-" for what was not run.
   auto rate = [&](const std::vector<double>& v) { return v.empty() ? -1.0 : files / Median(v); };
-  auto num = [](double value, const char* format) {
-    char text[32];
-    if (value < 0) return std::string("-");
-    snprintf(text, sizeof text, format, value);
-    return std::string(text);
-  };
   auto ratio = [&](const std::vector<double>& peer, const std::vector<double>& us) {
     return peer.empty() || us.empty() ? -1.0 : Median(peer) / Median(us);
   };
