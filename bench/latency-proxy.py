@@ -384,7 +384,10 @@ class Proxy:
         flusher.cancel()
         for task in list(self.tasks):
             task.cancel()
-        await asyncio.wait_for(asyncio.gather(flusher, *self.tasks, return_exceptions=True), 5)
+        try:
+            await asyncio.wait_for(asyncio.gather(flusher, *self.tasks, return_exceptions=True), 5)
+        except asyncio.TimeoutError:
+            print("latency-proxy: connections still closing at exit", file=sys.stderr)
         for c in self.connections:
             c.open = False
         self.write_counts()
