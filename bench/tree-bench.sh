@@ -2,10 +2,11 @@
 # A tree of 5,000 small files in 100 folders downloaded and uploaded through
 # the window (Download and Upload commands, tree walks, transfer manager),
 # beside lftp mirror and lftp mirror --parallel=4 on the same vsftpd, files
-# on tmpfs; our rate against the design's floor (one ftpzn-ftp connect,
-# login, transfer and QUIT per file, timed in the same run); the walks of
-# the tree alone. Last line:
-#   summary: down_files_s=N up_files_s=N down_floor=R up_floor=R walk_s=T
+# on tmpfs; our time against lftp mirror's (sequential) and against one
+# ftpzn-ftp connect, login, transfer and QUIT per file, timed in the same
+# run; the walks of the tree alone. Last line (R: lftp mirror's time over
+# ours, 1 or more when we are at least as fast):
+#   summary: down_files_s=N up_files_s=N down_vs_lftp=R up_vs_lftp=R walk_s=T
 #   bench/tree-bench.sh [BUILD_DIR]   (FILES, FOLDERS, RUNS, FLOOR_RUNS tune it)
 # Needs root (the test servers do). Not part of ./test.sh.
 set -eu
