@@ -339,11 +339,11 @@ void FtpControl::ReadFeatures() {
         if (name == "UTF8") m_hasUtf8 = true;
       }
     }
-    if (m_reuseFeatures) {
-      FeatureCache& cache = Features();
-      std::lock_guard lock(cache.mutex);
-      cache.servers[m_serverKey] = {m_hasMlsd, m_hasUtf8};
-    }
+    // Kept whoever asked: the browsing connection's answer spares the
+    // first worker its FEAT.
+    FeatureCache& cache = Features();
+    std::lock_guard lock(cache.mutex);
+    cache.servers[m_serverKey] = {m_hasMlsd, m_hasUtf8};
   }
   if (m_hasUtf8) Command("OPTS UTF8 ON");  // names are UTF-8 either way; some servers need to hear it
 }

@@ -73,8 +73,9 @@ class FtpControl {
   void Quit();
   // Reports go to `observer` from now on (a connection handed on).
   void Rebind(FtpObserver& observer) { m_observer = &observer; }
-  // FEAT's answers kept per server: a later login to the same server
-  // skips FEAT (what the server must hear, OPTS UTF8 ON, is still sent).
+  // FEAT's answers are kept per server; with `reuse` a login to a server
+  // whose answer is kept skips FEAT (what the server must hear, OPTS UTF8
+  // ON, is still sent).
   void ReuseFeatures(bool reuse) { m_reuseFeatures = reuse; }
   // Sends the lines at once and reads their replies in order: a round trip
   // instead of one per command, for commands whose replies are not needed
