@@ -43,14 +43,37 @@ stop_server() {
   [ -n "${SERVER_PID:-}" ] && wait "$SERVER_PID" 2>/dev/null || true
   SERVER_PID=
 }
+# The window's benchmark runs in a session of its own (GUI_PID leads it),
+# so that an interrupted run can end it whole; killed, it cannot stop the
+# vsftpd it started, which has a process group of its own: that one is
+# found by its root under $WORK, and its scratch directories go with it.
+stop_gui_bench() {
+  local conf pid certs
+  if [ -n "${GUI_PID:-}" ]; then
+    kill -TERM -- "-$GUI_PID" 2>/dev/null || true
+    for _ in $(seq 50); do kill -0 -- "-$GUI_PID" 2>/dev/null || break; sleep 0.1; done
+    GUI_PID=
+  fi
+  for conf in /tmp/ftpzn-vsftpd-*/vsftpd.conf; do
+    grep -q "^local_root=$WORK/" "$conf" 2>/dev/null || continue
+    for pid in $(pgrep -f -- "$conf" || true); do
+      [ "$(ps -o pgid= -p "$pid" | tr -d ' ')" = "$pid" ] && kill -TERM -- "-$pid" 2>/dev/null || true
+    done
+    certs=$(sed -n 's|^rsa_cert_file=\(/tmp/ftpzn-certs-[^/]*\)/.*|\1|p' "$conf")
+    [ -n "$certs" ] && rm -rf "$certs"
+    rm -rf "$(dirname "$conf")"
+  done
+}
 # Everything this run writes is under $WORK, the window's benchmark too
 # (BENCH_TMP), so an interrupted or failed run leaves no gigabytes behind.
 cleanup() {
+  stop_gui_bench
   stop_server
   rm -rf "$WORK"
 }
 trap cleanup EXIT
-trap 'exit 130' INT TERM
+trap 'exit 130' INT
+trap 'exit 143' TERM
 
 # Seconds taken by the command, or "fail".
 timed() {
@@ -228,8 +251,15 @@ if part gui; then
   echo
   echo "through the transfer manager window over TLS (transfer_bench under Xvfb)"
   # The window's software OpenGL is of no interest here (see transfer-bench.sh).
-  gui_out=$(GDK_GL=disable TLS=explicit QUEUE=0 CANCELS=0 RUNS=$RUNS SIZE_MB=$SIZE_MB BENCH_TMP=$WORK \
-    tests/support/xvfb-run.sh "$GUI_BENCH" 2>&1 | grep -v '^\[' || true)
+  # Not a process group leader here (no job control), setsid runs it in a
+  # new session without forking: $! is that session's id. TMPDIR puts the
+  # test home and xvfb-run's files under $WORK as well.
+  GDK_GL=disable TLS=explicit QUEUE=0 CANCELS=0 RUNS=$RUNS SIZE_MB=$SIZE_MB BENCH_TMP=$WORK TMPDIR=$WORK \
+    setsid tests/support/xvfb-run.sh "$GUI_BENCH" >"$WORK/gui.out" 2>&1 </dev/null &
+  GUI_PID=$!
+  wait "$GUI_PID" || true
+  GUI_PID=
+  gui_out=$(grep -v '^\[' "$WORK/gui.out" || true)
   printf '%s\n' "$gui_out" | grep -v '^summary:' | cat -s
   gui_summary=$(printf '%s\n' "$gui_out" | grep '^summary:' | tail -1)
   if [ -n "$gui_summary" ]; then
