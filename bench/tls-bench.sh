@@ -6,8 +6,8 @@
 #      and lftp (TLS forced on control and data), the clients taking turns;
 #   2. the same through the transfer manager window under Xvfb
 #      (transfer_bench with TLS=explicit), beside the same peers;
-#   3. connect, login and one small download: ftpzn-ftp beside curl, a fresh
-#      process and so a full handshake each time.
+#   3. connect, login and one small download: ftpzn-ftp beside curl (lftp
+#      shown too), a fresh process and so a full handshake each time.
 #   bench/tls-bench.sh [BUILD_DIR]     (default: build)
 # Settings: RUNS (rounds of each 1 GiB transfer, default 3), SIZE_MB (1024),
 # HS_RUNS (rounds of the small download, 21), SHOW_ROUNDS=1 (every round's
