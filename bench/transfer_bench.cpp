@@ -5,7 +5,11 @@
 // peak memory, threads alive) and the time from Cancel to a running
 // transfer's removal. Needs root (the test servers do) and a display:
 // bench/transfer-bench.sh runs it under Xvfb. RUNS (default 5), SIZE_MB
-// (1024), QUEUE (100000), CANCELS (5) and OPS ("get put") tune it.
+// (1024), QUEUE (100000; 0 leaves the queue out), CANCELS (5; 0 leaves
+// Cancel out) and OPS ("get put") tune it. TLS=explicit runs the server,
+// the window's transfers and the peers over explicit TLS with a certificate
+// of the test CA, which the window trusts through SSL_CERT_FILE
+// (bench/tls-bench.sh).
 #include <dirent.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -37,6 +41,8 @@ using ftpzn::bench::Shell;
 using ftpzn::bench::Since;
 using ftpzn::testing::FtpServerKind;
 using ftpzn::testing::FtpTestServer;
+using ftpzn::testing::FtpTlsMode;
+using ftpzn::testing::FtpTlsOptions;
 
 // A figure of /proc/self/status in kB.
 long StatusKb(const char* key) {
@@ -87,8 +93,19 @@ TEST(TransferBench, ThroughTheManagerBesidePeers) {
   const int sizeMb = EnvInt("SIZE_MB", 1024);
   const int queued = EnvInt("QUEUE", 100000);
   const int cancels = EnvInt("CANCELS", 5);
+  const char* tlsSetting = std::getenv("TLS");
+  const std::string tlsName = tlsSetting ? tlsSetting : "";
+  ASSERT_TRUE(tlsName.empty() || tlsName == "explicit") << "TLS=explicit or unset, not " << tlsName;
+  FtpTlsOptions tls;
+  if (!tlsName.empty()) tls.mode = FtpTlsMode::Explicit;
   const std::string work = ftpzn::bench::MakeWorkDir("ftpzn-transfer-bench");
   ASSERT_FALSE(work.empty());
+  // Also when an assertion ends the test early: the files are gigabytes of
+  // memory.
+  struct RemoveAtEnd {
+    std::string path;
+    ~RemoveAtEnd() { ftpzn::testing::RemoveTree(path); }
+  } removeWork{work};
   const std::string root = work + "/root", out = work + "/out", src = work + "/src";
   for (const std::string& dir : {root, root + "/up", out, src}) mkdir(dir.c_str(), 0755);
   printf("preparing %d MiB on tmpfs...\n", sizeMb);
@@ -96,10 +113,20 @@ TEST(TransferBench, ThroughTheManagerBesidePeers) {
                     "/big " + src + "/big"));
   ftpzn::testing::GiveToTestAccount(root);
   std::string error;
-  auto server = FtpTestServer::Start(FtpServerKind::Vsftpd, root, error);
+  auto server = FtpTestServer::Start(FtpServerKind::Vsftpd, root, error, false, tls);
   ASSERT_TRUE(server) << error;
   const std::string url = server->Url();
-  const std::string lftp = ftpzn::bench::LftpScript(url);
+  std::string caFile, curl = "curl -s --max-time 900";
+  if (tls.mode != FtpTlsMode::None) {
+    const ftpzn::testing::TestCertificates* certs = ftpzn::testing::SharedTestCertificates(error);
+    ASSERT_TRUE(certs) << error;
+    caFile = certs->caFile;
+    // Before the first handshake: the engine reads the trust store once.
+    setenv("SSL_CERT_FILE", caFile.c_str(), 1);
+    curl += " --ssl-reqd --cacert " + caFile;
+    printf("over explicit TLS, the test CA in %s\n", caFile.c_str());
+  }
+  const std::string lftp = ftpzn::bench::LftpScript(url, caFile);
 
   auto* window = new CDlgFTPMainWnd;
   window->m_strLocalDir = wxString::FromUTF8(out);
@@ -121,6 +148,7 @@ TEST(TransferBench, ThroughTheManagerBesidePeers) {
     a.fileSize = static_cast<uint32_t>(static_cast<uint64_t>(sizeMb) << 20);
     a.port = server->Port();
     a.passive = true;
+    if (tls.mode != FtpTlsMode::None) a.tls = ftpzn::inet::TlsMode::Explicit;
     return a;
   };
   // One transfer through the window, to its row's removal; -1 on failure.
@@ -144,10 +172,10 @@ TEST(TransferBench, ThroughTheManagerBesidePeers) {
   };
   std::map<std::string, std::function<double()>> clients = {
       {"get ftpzn", [&] { return ours(false); }},
-      {"get curl", [&] { return Shell("curl -s -o " + out + "/curl " + url + "/big") ? 0.0 : -1; }},
+      {"get curl", [&] { return Shell(curl + " -o " + out + "/curl " + url + "/big") ? 0.0 : -1; }},
       {"get lftp", [&] { return Shell(lftp + "get big -o " + out + "/lftp'") ? 0.0 : -1; }},
       {"put ftpzn", [&] { return ours(true); }},
-      {"put curl", [&] { return Shell("curl -s -T " + src + "/big " + url + "/up/curl") ? 0.0 : -1; }},
+      {"put curl", [&] { return Shell(curl + " -T " + src + "/big " + url + "/up/curl") ? 0.0 : -1; }},
       {"put lftp", [&] { return Shell(lftp + "put " + src + "/big -o up/lftp'") ? 0.0 : -1; }},
   };
   std::map<std::string, std::vector<double>> times;
@@ -181,49 +209,54 @@ TEST(TransferBench, ThroughTheManagerBesidePeers) {
 
   // 100,000 transfers queued as a tree expansion queues them: held, so none
   // starts while the list grows.
-  const int threadsBefore = ThreadCount();
-  const long rssBefore = StatusKb("VmRSS");
-  std::ofstream("/proc/self/clear_refs") << "5";  // the peak starts again from here
-  manager.m_bHold = 1;
-  ftpzn::TransferArgs one = args(false);
-  one.fileSize = 1000;
-  const auto queueStart = Clock::now();
-  for (int i = 0; i < queued; ++i) {
-    one.fileName = wxString::Format("file-%06d.dat", i);
-    manager.AddDownload(one);
-  }
-  const double queueSeconds = Since(queueStart);
-  ftpzn::test::PumpFor(300);
-  const long peakKb = StatusKb("VmHWM");
-  const long rssAfter = StatusKb("VmRSS");
-  const int threadsAlive = ThreadCount() - threadsBefore;
-  EXPECT_EQ(static_cast<int>(manager.GetRowCount()), queued);
-  // A scheduler tick where the rule's walk is longest: nothing counted as
-  // running and no row queued, so the walk the rule asks for passes every
-  // row. Timed over 100,000 rows and over 10.
-  auto tickMicros = [&] {
-    CDlgFTPMainWnd* mainWindow = manager.m_pFtpMainWnd;
-    manager.m_pFtpMainWnd = nullptr;
-    for (size_t row = 0; row < manager.GetRowCount(); ++row)
-      manager.OnStatus(manager.GetRow(row).threadId, "Failed");
-    manager.m_pFtpMainWnd = mainWindow;
-    manager.m_bHold = 0;
+  double queueSeconds = -1, tickMany = -1, tickFew = -1, killSeconds = -1;
+  long rssBefore = -1, rssAfter = -1, peakKb = -1;
+  int threadsAlive = -1;
+  if (queued > 0) {
+    const int threadsBefore = ThreadCount();
+    rssBefore = StatusKb("VmRSS");
+    std::ofstream("/proc/self/clear_refs") << "5";  // the peak starts again from here
+    manager.m_bHold = 1;
+    ftpzn::TransferArgs one = args(false);
+    one.fileSize = 1000;
+    const auto queueStart = Clock::now();
+    for (int i = 0; i < queued; ++i) {
+      one.fileName = wxString::Format("file-%06d.dat", i);
+      manager.AddDownload(one);
+    }
+    queueSeconds = Since(queueStart);
+    ftpzn::test::PumpFor(300);
+    peakKb = StatusKb("VmHWM");
+    rssAfter = StatusKb("VmRSS");
+    threadsAlive = ThreadCount() - threadsBefore;
+    EXPECT_EQ(static_cast<int>(manager.GetRowCount()), queued);
+    // A scheduler tick where the rule's walk is longest: nothing counted as
+    // running and no row queued, so the walk the rule asks for passes every
+    // row. Timed over 100,000 rows and over 10.
+    auto tickMicros = [&] {
+      CDlgFTPMainWnd* mainWindow = manager.m_pFtpMainWnd;
+      manager.m_pFtpMainWnd = nullptr;
+      for (size_t row = 0; row < manager.GetRowCount(); ++row)
+        manager.OnStatus(manager.GetRow(row).threadId, "Failed");
+      manager.m_pFtpMainWnd = mainWindow;
+      manager.m_bHold = 0;
+      manager.m_nActive = 0;
+      manager.RunScheduler();  // drops what the rows left in the queued index
+      const auto start = Clock::now();
+      for (int i = 0; i < 10000; ++i) manager.RunScheduler();
+      return Since(start) * 1e6 / 10000;
+    };
+    tickMany = tickMicros();
+    const auto killStart = Clock::now();
+    manager.KillAll();
+    killSeconds = Since(killStart);
+    manager.m_bHold = 1;
+    for (int i = 0; i < 10; ++i) manager.AddDownload(one);
+    tickFew = tickMicros();
+    manager.KillAll();
     manager.m_nActive = 0;
-    manager.RunScheduler();  // drops what the rows left in the queued index
-    const auto start = Clock::now();
-    for (int i = 0; i < 10000; ++i) manager.RunScheduler();
-    return Since(start) * 1e6 / 10000;
-  };
-  const double tickMany = tickMicros();
-  const auto killStart = Clock::now();
-  manager.KillAll();
-  const double killSeconds = Since(killStart);
-  manager.m_bHold = 1;
-  for (int i = 0; i < 10; ++i) manager.AddDownload(one);
-  const double tickFew = tickMicros();
-  manager.KillAll();
-  manager.m_nActive = 0;
-  ftpzn::test::PumpFor(200);
+    ftpzn::test::PumpFor(200);
+  }
 
   // Cancel of a running transfer, to its row's removal.
   std::vector<double> cancelMs;
@@ -248,7 +281,6 @@ TEST(TransferBench, ThroughTheManagerBesidePeers) {
   window->Destroy();
   ftpzn::test::PumpFor(50);
   server->Stop();
-  ftpzn::testing::RemoveTree(work);
 
   auto best = [&](const std::string& key) {
     const auto& v = times[key];
@@ -274,16 +306,21 @@ TEST(TransferBench, ThroughTheManagerBesidePeers) {
   }
   printf("(ratio > 1: ftpzn through the window faster than the best peer)\n");
   printf("event loop's worst delay while transferring: %.1f ms\n", worstDelayMs);
-  printf(
-      "%d transfers queued in %.2f s; peak memory of the process %.1f MB (RSS %.1f -> %.1f MB); "
-      "%d threads more\n",
-      queued, queueSeconds, peakKb / 1024.0, rssBefore / 1024.0, rssAfter / 1024.0, threadsAlive);
-  printf("a scheduler tick: %.3f us over %d rows, %.3f us over 10; all %d cancelled and removed in %.2f s\n",
-         tickMany, queued, tickFew, queued, killSeconds);
+  if (queued > 0) {
+    printf(
+        "%d transfers queued in %.2f s; peak memory of the process %.1f MB (RSS %.1f -> %.1f MB); "
+        "%d threads more\n",
+        queued, queueSeconds, peakKb / 1024.0, rssBefore / 1024.0, rssAfter / 1024.0, threadsAlive);
+    printf(
+        "a scheduler tick: %.3f us over %d rows, %.3f us over 10; all %d cancelled and removed in %.2f s\n",
+        tickMany, queued, tickFew, queued, killSeconds);
+  }
   const double worstCancel = cancelMs.empty() ? -1 : *std::max_element(cancelMs.begin(), cancelMs.end());
-  printf(
-      "Cancel of a running %d MiB download to its removal: median %.1f ms, worst %.1f ms (%zu cancelled)\n",
-      sizeMb, Median(cancelMs), worstCancel, cancelMs.size());
+  if (cancels > 0) {
+    printf(
+        "Cancel of a running %d MiB download to its removal: median %.1f ms, worst %.1f ms (%zu cancelled)\n",
+        sizeMb, Median(cancelMs), worstCancel, cancelMs.size());
+  }
   printf(
       "summary: get=%.3f put=%.3f latency_ms=%.0f queue100k_s=%.2f queue100k_mb=%.0f threads=%d "
       "cancel_ms=%.0f\n",
