@@ -562,7 +562,9 @@ std::unique_ptr<CInternetFile> CFtpConnection::OpenFile(const std::wstring& name
       throw NetError(87, "a remote file opens for reading or for writing");  // invalid parameter
     }
     data = Use([&](FtpControl& c) { return c.StartTransfer((writing ? "STOR " : "RETR ") + WideToWire(name), type); });
-    if (writing) LimitUnsent(data->NativeHandle(), kUnsentLimit);
+    // Over TLS a short queue cuts records across sends and doubles the
+    // packets: the limit is for plain uploads only.
+    if (writing && GetTlsMode() == TlsMode::None) LimitUnsent(data->NativeHandle(), kUnsentLimit);
   } catch (const NetError& e) {
     Throw(e, context);
   }

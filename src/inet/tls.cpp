@@ -50,6 +50,8 @@ SSL_SESSION* CachedSession(const std::string& key) {
   return it->second;
 }
 
+constexpr size_t kReadAheadBytes = 128 * 1024;
+
 int ResumptionIndex() {
   static const int index = SSL_get_ex_new_index(0, nullptr, nullptr, nullptr, nullptr);
   return index;
@@ -77,6 +79,10 @@ SSL_CTX* ClientContext() {
     SSL_CTX_set_session_cache_mode(ctx, SSL_SESS_CACHE_CLIENT | SSL_SESS_CACHE_NO_INTERNAL_STORE);
     SSL_CTX_sess_set_new_cb(ctx, OnNewSession);
     SSL_CTX_set_mode(ctx, SSL_MODE_ENABLE_PARTIAL_WRITE | SSL_MODE_ACCEPT_MOVING_WRITE_BUFFER);
+    // Records read in batches: without it every 16 KiB record costs two
+    // reads (its header, then its body).
+    SSL_CTX_set_read_ahead(ctx, 1);
+    SSL_CTX_set_default_read_buffer_len(ctx, kReadAheadBytes);
     return ctx;
   }();
   return context;
