@@ -3,7 +3,7 @@
 # Quiet and quick when everything is there already.
 set -e
 PACKAGES="build-essential cmake ninja-build pkg-config libwxgtk3.2-dev libgtk-3-dev \
-libssl-dev libglib2.0-dev googletest libgtest-dev libgmock-dev xvfb xauth \
+libssl-dev openssl libglib2.0-dev googletest libgtest-dev libgmock-dev xvfb xauth \
 imagemagick x11-apps xdotool curl lftp dpkg-dev file clang libclang-rt-14-dev"
 missing=""
 for p in $PACKAGES; do
