@@ -156,7 +156,7 @@ TEST(TransferBench, ThroughTheManagerBesidePeers) {
     meter.Begin();
     const auto start = Clock::now();
     const bool added = upload ? manager.AddUpload(args(true)) : manager.AddDownload(args(false));
-    const bool done = added && ftpzn::test::PumpUntil([&] { return manager.GetRowCount() == 0; }, 600000);
+    const bool done = added && ftpzn::test::RunEventLoopUntil([&] { return manager.GetRowCount() == 0; }, 600000);
     const double seconds = Since(start);
     worstDelayMs = std::max(worstDelayMs, meter.End());
     const std::string made = upload ? root + "/up/big" : out + "/big";

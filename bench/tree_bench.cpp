@@ -289,7 +289,7 @@ TEST(TreeBench, ManySmallFilesThroughTheWindow) {
     const auto start = Clock::now();
     wxCommandEvent press(wxEVT_BUTTON, upload ? CDlgFTPMainWnd::ID_UPLOAD : CDlgFTPMainWnd::ID_DOWNLOAD);
     window->ProcessWindowEvent(press);
-    const bool done = ftpzn::test::PumpUntil([&] { return manager.GetRowCount() == 0; }, 3600 * 1000);
+    const bool done = ftpzn::test::RunEventLoopUntil([&] { return manager.GetRowCount() == 0; }, 3600 * 1000);
     const double seconds = Since(start);
     const std::string made = upload ? root + "/up/tree" : out + "/tree";
     EXPECT_TRUE(done && Shell("diff -r " + src + "/tree " + made)) << made;

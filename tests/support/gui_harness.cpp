@@ -126,6 +126,22 @@ bool PumpUntil(const std::function<bool()>& done, int timeoutMs) {
   }
 }
 
+bool RunEventLoopUntil(const std::function<bool()>& done, int timeoutMs, int checkMs) {
+  if (done()) return true;
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
+  wxGUIEventLoop loop;
+  bool held = false;
+  wxTimer check;
+  check.Bind(wxEVT_TIMER, [&](wxTimerEvent&) {
+    held = done();
+    if (held || std::chrono::steady_clock::now() >= deadline) loop.Exit();
+  });
+  check.Start(checkMs);
+  loop.Run();
+  check.Stop();
+  return held;
+}
+
 void PumpFor(int ms) {
   PumpUntil([] { return false; }, ms);
 }

@@ -59,6 +59,12 @@ class DialogScript {
 bool PumpUntil(const std::function<bool()>& done, int timeoutMs = 5000);
 // Pumps events for a short while (lets layout and paints settle).
 void PumpFor(int ms);
+// Runs a real event loop until `done` holds (checked every `checkMs`) or
+// `timeoutMs` passes; returns whether it held. Unlike PumpUntil, which
+// sleeps between its passes, the loop waits in the toolkit's poll and
+// wakes at once for each event, as a host's main loop does: for timing
+// what a user would see.
+bool RunEventLoopUntil(const std::function<bool()>& done, int timeoutMs, int checkMs = 10);
 // Saves a PNG of the whole virtual screen; returns the path written.
 std::string SaveScreenshot(const std::string& name);
 // A fresh temporary directory removed at process exit.
