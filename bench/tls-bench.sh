@@ -97,7 +97,7 @@ settle() {
   rm -f "$WORK/settle"
 }
 
-declare -A T  # OP_CLIENT -> its times in round order, one per line ("fail" for a failed run)
+. bench/rounds.sh  # the working directory is the project's
 if part cli || part handshake; then
   echo "preparing ${SIZE_MB} MiB on tmpfs..."
   part cli && head -c $((SIZE_MB * 1024 * 1024)) /dev/urandom >"$ROOT/big"
@@ -157,32 +157,7 @@ run_once() {  # OP CLIENT
 # This shared machine's speed drifts from second to second: each round runs
 # every client once, starting with the next client each round, so that none
 # gets only the slow rounds or always goes first.
-rounds() {  # OP RUNS CLIENT...
-  local op=$1 runs=$2 client round turn
-  shift 2
-  local clients=("$@") n=$#
-  declare -A this
-  for client in "$@"; do T[${op}_$client]=""; done
-  for round in $(seq "$runs"); do
-    for turn in $(seq 0 $((n - 1))); do
-      client=${clients[$(((round + turn) % n))]}
-      this[$client]=$(run_once "$op" "$client")
-      [ "${this[$client]}" = fail ] && echo "  failed: $op $client : $(head -c 300 "$WORK/last.err")" >&2
-    done
-    for client in "$@"; do T[${op}_$client]+="${this[$client]}"$'\n'; done
-    if [ -n "$SHOW_ROUNDS" ]; then
-      for client in "$@"; do printf "  %s %s" "$client" "${this[$client]:0:6}"; done
-      echo
-    fi
-  done
-}
-sorted_times() { printf "%s" "${T[$1]:-}" | grep -v fail | sort -g; }
-best() { local v; v=$(sorted_times "$1" | head -1); echo "${v:-fail}"; }
-median() {
-  local v
-  v=$(sorted_times "$1" | awk '{v[NR] = $1} END {if (NR) print (NR % 2) ? v[(NR + 1) / 2] : (v[NR / 2] + v[NR / 2 + 1]) / 2}')
-  echo "${v:-fail}"
-}
+rounds() { run_rounds "$@"; }  # OP RUNS CLIENT...
 # The median over rounds of (best peer's time in the round / ours): runs next
 # to each other see the same machine, so this is the steadiest comparison.
 paired() {  # OP PEER...
@@ -204,9 +179,6 @@ paired() {  # OP PEER...
            printf "%.3f\n", (n % 2) ? r[(n + 1) / 2] : (r[n / 2] + r[n / 2 + 1]) / 2
          }'
 }
-rate() { [ "$1" = fail ] && echo fail || echo "scale=0; $SIZE_MB / $1" | bc -l; }
-ratio() { { [ "$1" = fail ] || [ "$2" = fail ]; } && echo "-" || printf "%.3f" "$(echo "$1 / $2" | bc -l)"; }
-min() { if [ "$1" = fail ]; then echo "$2"; elif [ "$2" = fail ]; then echo "$1"; elif (($(echo "$1 < $2" | bc -l))); then echo "$1"; else echo "$2"; fi; }
 ms() { [ "$1" = fail ] && echo fail || printf "%.1f" "$(echo "$1 * 1000" | bc -l)"; }
 
 TLS_GET=- TLS_PUT=- GUI_GET=- GUI_PUT=- HANDSHAKE=-
