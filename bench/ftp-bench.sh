@@ -64,26 +64,7 @@ USERPASS=${URL#ftp://}; USERPASS=${USERPASS%@*}
 LFTP_SETUP="set xfer:clobber on; set ftp:ssl-allow no; set net:max-retries 1; open -u ${USERPASS%%:*},${USERPASS#*:} ftp://$HOSTPORT"
 
 # Seconds taken by the command, or "fail".
-timed() {
-  local start end
-  start=$(date +%s.%N)
-  if "$@" >/dev/null 2>"$WORK/last.err"; then
-    end=$(date +%s.%N)
-    echo "$end - $start" | bc -l
-  else
-    echo fail
-  fi
-}
-
-# The virtual machines this runs on hand freed memory back to their host,
-# and the first touch of such memory costs several times the copy into it: a
-# run that happened to get such pages took up to three times as long as the
-# run before it. Writing and removing a file as big as the transfer just before
-# a run gives every client recently used memory to write into.
-settle() {
-  head -c $((SIZE_MB * 1024 * 1024 + 64 * 1024 * 1024)) /dev/zero >"$WORK/settle"
-  rm -f "$WORK/settle"
-}
+. bench/rounds.sh  # the working directory is the project's
 
 # One run of one client; the file it is about to write is removed first, so
 # that no run pays for truncating the last run's gigabyte.
@@ -106,7 +87,6 @@ run_once() {  # OP CLIENT
   esac
 }
 
-. bench/rounds.sh  # the working directory is the project's
 rounds() {  # OP CLIENT...
   local op=$1 runs=$RUNS
   [ "$op" = ls ] && runs=$LS_RUNS

@@ -36,3 +36,25 @@ median() {
 rate() { [ "$1" = fail ] && echo fail || echo "scale=0; $SIZE_MB / $1" | bc -l; }
 ratio() { { [ "$1" = fail ] || [ "$2" = fail ]; } && echo "-" || printf "%.3f" "$(echo "$1 / $2" | bc -l)"; }
 min() { if [ "$1" = fail ]; then echo "$2"; elif [ "$2" = fail ]; then echo "$1"; elif (($(echo "$1 < $2" | bc -l))); then echo "$1"; else echo "$2"; fi; }
+
+# Seconds one command took, or "fail"; its errors stay in $WORK/last.err.
+timed() {
+  local start end
+  start=$(date +%s.%N)
+  if "$@" >/dev/null 2>"$WORK/last.err"; then
+    end=$(date +%s.%N)
+    echo "$end - $start" | bc -l
+  else
+    echo fail
+  fi
+}
+
+# The virtual machines this runs on hand freed memory back to their host,
+# and the first touch of such memory costs several times the copy into it: a
+# run that happened to get such pages took up to three times as long as the
+# run before it. Writing and removing a file as big as the transfer just before
+# a run gives every client recently used memory to write into.
+settle() {
+  head -c $((SIZE_MB * 1024 * 1024 + 64 * 1024 * 1024)) /dev/zero >"$WORK/settle"
+  rm -f "$WORK/settle"
+}

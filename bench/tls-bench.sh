@@ -76,28 +76,8 @@ trap 'exit 130' INT
 trap 'exit 143' TERM
 
 # Seconds taken by the command, or "fail".
-timed() {
-  local start end
-  start=$(date +%s.%N)
-  if "$@" >/dev/null 2>"$WORK/last.err"; then
-    end=$(date +%s.%N)
-    echo "$end - $start" | bc -l
-  else
-    echo fail
-  fi
-}
-
-# The virtual machines this runs on hand freed memory back to their host,
-# and the first touch of such memory costs several times the copy into it.
-# Writing and removing a file as big as the transfer just before a run
-# gives every client recently used memory to write into (as
-# bench/ftp-bench.sh does).
-settle() {
-  head -c $((SIZE_MB * 1024 * 1024 + 64 * 1024 * 1024)) /dev/zero >"$WORK/settle"
-  rm -f "$WORK/settle"
-}
-
 . bench/rounds.sh  # the working directory is the project's
+
 if part cli || part handshake; then
   echo "preparing ${SIZE_MB} MiB on tmpfs..."
   part cli && head -c $((SIZE_MB * 1024 * 1024)) /dev/urandom >"$ROOT/big"
