@@ -360,10 +360,10 @@ std::unique_ptr<Stream> FtpControl::MakeDataStream(Fd fd, const std::string& pee
   return tls;
 }
 
-Fd FtpControl::ConnectPassive(std::string& peerName) {
+Fd FtpControl::ConnectPassive(std::string& peerName, std::string& type) {
   Deadline deadline = Deadline::After(m_timeouts.connectMs);
   if (m_passiveCommand == PassiveCommand::Epsv) {
-    FtpReply reply = CommandAfterType("EPSV");
+    FtpReply reply = CommandAfterType(type, "EPSV");
     uint16_t port = 0;
     if (reply.code == 229 && ParseEpsvReply(reply.Text(), port)) {
       SocketAddress target = m_peer;
@@ -375,7 +375,7 @@ Fd FtpControl::ConnectPassive(std::string& peerName) {
     if (reply.Class() != 5 || m_peer.Family() != AF_INET) throw Refusal(reply);
     m_passiveCommand = PassiveCommand::Pasv;
   }
-  FtpReply reply = CommandAfterType("PASV");
+  FtpReply reply = CommandAfterType(type, "PASV");
   uint8_t address[4];
   uint16_t port = 0;
   if (reply.code != 227 || !ParsePasvReply(reply.lines.front(), address, port)) {
@@ -391,13 +391,13 @@ Fd FtpControl::ConnectPassive(std::string& peerName) {
   return ConnectTo(target, deadline);
 }
 
-Fd FtpControl::ListenActive() {
+Fd FtpControl::ListenActive(std::string& type) {
   Fd listener = ListenOn(m_local);
   SocketAddress bound = LocalAddress(listener.Get());
   if (m_activeCommand == ActiveCommand::Eprt) {
     std::string family = bound.Family() == AF_INET6 ? "2" : "1";
     FtpReply reply =
-        CommandAfterType("EPRT |" + family + "|" + bound.Host() + "|" + std::to_string(bound.Port()) + "|");
+        CommandAfterType(type, "EPRT |" + family + "|" + bound.Host() + "|" + std::to_string(bound.Port()) + "|");
     if (reply.Class() == 2) return listener;
     if (reply.Class() != 5 || bound.Family() != AF_INET) throw Refusal(reply);
     m_activeCommand = ActiveCommand::Port;
@@ -406,23 +406,24 @@ Fd FtpControl::ListenActive() {
   for (char& c : host) {
     if (c == '.') c = ',';
   }
-  FtpReply port = CommandAfterType("PORT " + host + "," + std::to_string(bound.Port() >> 8) + "," +
+  FtpReply port = CommandAfterType(type, "PORT " + host + "," + std::to_string(bound.Port() >> 8) + "," +
                                    std::to_string(bound.Port() & 0xFF));
   if (!port.Positive()) throw Refusal(port);
   return listener;
 }
 
 std::unique_ptr<Stream> FtpControl::StartTransfer(const std::string& command, TransferType type) {
-  if (!m_typeKnown || m_type != type) m_pendingType = type == TransferType::Binary ? "TYPE I" : "TYPE A";
+  // Sent with the data connection's command, not on its own.
+  std::string owedType;
+  if (!m_typeKnown || m_type != type) owedType = type == TransferType::Binary ? "TYPE I" : "TYPE A";
   Fd data;
   std::string peerName = m_peer.Host();
   Fd listener;
   if (m_passive) {
-    data = ConnectPassive(peerName);
+    data = ConnectPassive(peerName, owedType);
   } else {
-    listener = ListenActive();
+    listener = ListenActive(owedType);
   }
-  m_pendingType.clear();
   m_type = type;
   m_typeKnown = true;
   Send(command);
@@ -502,10 +503,9 @@ void FtpControl::Quit() {
   Drop();
 }
 
-FtpReply FtpControl::CommandAfterType(const std::string& line) {
-  if (m_pendingType.empty()) return Command(line);
-  const std::string type = std::exchange(m_pendingType, {});
-  std::vector<FtpReply> replies = Pipeline({type, line});
+FtpReply FtpControl::CommandAfterType(std::string& type, const std::string& line) {
+  if (type.empty()) return Command(line);
+  std::vector<FtpReply> replies = Pipeline({std::exchange(type, {}), line});
   if (!replies[0].Positive()) throw Refusal(replies[0]);
   return replies[1];
 }

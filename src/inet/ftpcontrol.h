@@ -116,14 +116,15 @@ class FtpControl {
   void Drop();
   void Login(const std::string& user, const std::string& password);
   void ReadFeatures();
-  // The data connection's socket, and the host it went to.
-  Fd ConnectPassive(std::string& peerName);
-  Fd ListenActive();
+  // The data connection's socket, and the host it went to. `type` is a
+  // TYPE still owed to the server, sent with the first command (and
+  // emptied then).
+  Fd ConnectPassive(std::string& peerName, std::string& type);
+  Fd ListenActive(std::string& type);
   void StartTls();
   std::unique_ptr<Stream> MakeDataStream(Fd fd, const std::string& peerName);
-  // `line`, with a TYPE that StartTransfer still owes the server sent
-  // before it in one write.
-  FtpReply CommandAfterType(const std::string& line);
+  // `line`, with `type` (when not empty) sent before it in one write.
+  FtpReply CommandAfterType(std::string& type, const std::string& line);
 
   FtpObserver* m_observer;
   FtpTimeouts m_timeouts;
@@ -144,7 +145,6 @@ class FtpControl {
   TransferType m_type = TransferType::Binary;
   bool m_transferEnded = false;  // the end reply came with the first one
   bool m_reuseFeatures = false;
-  std::string m_pendingType;  // "TYPE I" or "TYPE A" not yet sent
   uint64_t m_repliesRead = 0;
   bool m_atLoginDirectory = true;
   std::optional<std::string> m_directory;  // absolute, when known

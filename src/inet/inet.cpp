@@ -89,9 +89,6 @@ std::string PwdPath(const FtpReply& reply) {
 
 void EmptyConnectionPool() { ConnectionPool::Instance().Empty(); }
 size_t PooledConnectionCount() { return ConnectionPool::Instance().Size(); }
-void SetPoolIdleTimeForTesting(uint32_t ms) {
-  ConnectionPool::Instance().SetIdleTimeForTesting(std::chrono::milliseconds(ms));
-}
 
 uint32_t GetLastError() { return t_lastError; }
 void SetLastError(uint32_t code) { t_lastError = code; }
@@ -339,8 +336,12 @@ void CInternetSession::TrustCertificate(const std::string& fingerprint) {
 
 bool CInternetSession::OnUntrustedCertificate(const std::wstring&, uint16_t, const TlsPeerInfo&) { return false; }
 
+bool CInternetSession::Trusts(const TlsPeerInfo& peer) const {
+  return peer.problem == 0 || m_trustedCertificates.count(peer.fingerprint) > 0;
+}
+
 bool CInternetSession::AcceptCertificate(const std::wstring& server, uint16_t port, const TlsPeerInfo& peer) {
-  if (peer.problem == 0 || m_trustedCertificates.count(peer.fingerprint)) return true;
+  if (Trusts(peer)) return true;
   if (!OnUntrustedCertificate(server, port, peer)) return false;
   // Accepted once for the session: its later connections ask no more.
   m_trustedCertificates.insert(peer.fingerprint);
@@ -360,8 +361,7 @@ std::unique_ptr<CFtpConnection> CInternetSession::GetFtpConnection(const std::ws
   if (m_pooling) {
     // Only a connection whose certificate this session would accept.
     std::unique_ptr<FtpControl> kept = ConnectionPool::Instance().Take(*key, [this](const FtpControl& c) {
-      return c.Tls() == TlsMode::None || c.TlsPeer().problem == 0 ||
-             m_trustedCertificates.count(c.TlsPeer().fingerprint) > 0;
+      return c.Tls() == TlsMode::None || Trusts(c.TlsPeer());
     });
     if (kept) {
       kept->Rebind(*connection->m_observer);
@@ -807,11 +807,12 @@ bool CFtpFileFind::FindFile(const wchar_t* pattern, uint32_t) {
     Append(entry);
   };
   try {
-    // A pooled connection left elsewhere lists nothing of its own.
-    if (m_connection->m_awayFromLogin) m_connection->Reopen(false);
-    FtpControl* control = m_connection->Ready();
-    mlsd = control->HasMlsd();
-    std::unique_ptr<Stream> data = control->StartTransfer(mlsd ? "MLSD" : "LIST", TransferType::Ascii);
+    std::unique_ptr<Stream> data = m_connection->Use([&](FtpControl& c) {
+      mlsd = c.HasMlsd();
+      return c.StartTransfer(mlsd ? "MLSD" : "LIST", TransferType::Ascii);
+    });
+    // Use may have put a new connection in place of the one it started on.
+    FtpControl* control = m_connection->m_control.get();
     try {
       // A large directory keeps the server busy before its first byte (a
       // quarter of a second for 100,000 names on vsftpd). That time makes

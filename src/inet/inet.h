@@ -92,7 +92,6 @@ TlsMode TlsModeForService(uint32_t serviceType);
 void EmptyConnectionPool();
 // How many connections the pool holds, for tests.
 size_t PooledConnectionCount();
-void SetPoolIdleTimeForTesting(uint32_t ms);
 
 // The calling thread's last error of this engine (0 after a success that
 // sets it).
@@ -192,6 +191,8 @@ class CInternetSession {
   void Report(uint32_t status, const std::string& info);
   void Report(uint32_t status, const std::string& info, uintptr_t context);
   bool AcceptCertificate(const std::wstring& server, uint16_t port, const TlsPeerInfo& peer);
+  // Trusted by the system, or accepted by this session already.
+  bool Trusts(const TlsPeerInfo& peer) const;
 
   uintptr_t m_context;
   std::set<std::string> m_trustedCertificates;

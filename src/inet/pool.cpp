@@ -1,5 +1,6 @@
 #include "inet/pool.h"
 
+#include <chrono>
 #include <condition_variable>
 #include <mutex>
 #include <thread>
@@ -40,7 +41,6 @@ struct ConnectionPool::State {
   std::mutex mutex;
   std::condition_variable wake;
   std::vector<Entry> entries;  // oldest first
-  std::chrono::milliseconds idle = kIdleTime;
   std::thread reaper;
   bool stopping = false;
 };
@@ -108,7 +108,7 @@ void ConnectionPool::Give(const PoolKey& key, std::unique_ptr<FtpControl> contro
         }
       }
     }
-    s.entries.push_back({key, std::move(control), Clock::now() + s.idle});
+    s.entries.push_back({key, std::move(control), Clock::now() + kIdleTime});
     if (!s.reaper.joinable()) s.reaper = std::thread([this] { Reap(); });
   }
   s.wake.notify_all();
@@ -161,10 +161,5 @@ size_t ConnectionPool::Size() {
   return s.entries.size();
 }
 
-void ConnectionPool::SetIdleTimeForTesting(std::chrono::milliseconds idle) {
-  State& s = Shared();
-  std::lock_guard lock(s.mutex);
-  s.idle = idle;
-}
 
 }  // namespace ftpzn::inet

@@ -4,7 +4,6 @@
 // small files costs one login, not one a file. Internal to the engine.
 #pragma once
 
-#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -41,7 +40,6 @@ class ConnectionPool {
   void Empty();
   size_t Size();
 
-  void SetIdleTimeForTesting(std::chrono::milliseconds idle);
   ~ConnectionPool();
 
  private:

@@ -244,8 +244,6 @@ TlsStream::~TlsStream() {
   ERR_clear_error();
 }
 
-bool TlsStream::Resumed() const { return SSL_session_reused(m_ssl) == 1; }
-
 void TlsStream::Fail(int result, const char* what) {
   m_broken = true;
   int error = SSL_get_error(m_ssl, result);
@@ -373,7 +371,7 @@ void TlsStream::DescribePeer() {
   const SSL_CIPHER* cipher = SSL_get_current_cipher(m_ssl);
   const char* name = cipher ? SSL_CIPHER_standard_name(cipher) : nullptr;
   m_peer.cipher = name ? name : (cipher ? SSL_CIPHER_get_name(cipher) : "");
-  m_peer.resumed = Resumed();
+  m_peer.resumed = SSL_session_reused(m_ssl) == 1;
   X509* certificate = SSL_get1_peer_certificate(m_ssl);
   if (!certificate) {
     m_peer.problem = kErrCertUntrusted;

@@ -91,7 +91,6 @@ class TlsStream : public Stream {
   bool WaitReadable(int ms) override;
 
   const TlsPeerInfo& Peer() const { return m_peer; }
-  bool Resumed() const;
 
  private:
   TlsStream(Fd fd, SSL* ssl, std::string host) : m_fd(std::move(fd)), m_ssl(ssl), m_host(std::move(host)) {}
