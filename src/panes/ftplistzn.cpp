@@ -15,6 +15,7 @@
 #include "res/menus.h"
 #include "res/resources.h"
 #include "sites/preferences.h"
+#include "ui/dialogs.h"
 
 namespace {
 constexpr int kFolderImage = 0;
@@ -58,7 +59,6 @@ bool CFtpListzn::Create(wxWindow* parent, wxWindowID id, const wxPoint& pos, con
   Bind(wxEVT_KEY_DOWN, &CFtpListzn::OnKeyDown, this);
 #endif
   Bind(wxEVT_LIST_COL_CLICK, &CFtpListzn::OnColumnClick, this);
-  Bind(wxEVT_LIST_COL_END_DRAG, &CFtpListzn::OnColumnDragged, this);
   return true;
 }
 
@@ -96,6 +96,7 @@ int CFtpListzn::InsertColumns() {
         ColumnsKey() ? ftpzn::ReadColumnWidth(ColumnsKey(), i, columns[i].width) : columns[i].width;
     InsertColumn(i, kHeadings[i], columns[i].format, width);
   }
+  if (ColumnsKey()) ftpzn::KeepDraggedColumnWidths(*this, ColumnsKey());
   return 1;
 }
 
@@ -110,17 +111,6 @@ void CFtpListzn::ShowSortHeading() {
     column.SetText(heading);
     SetColumn(i, column);
   }
-}
-
-void CFtpListzn::OnColumnDragged(wxListEvent& event) {
-  event.Skip();
-  // The list takes the new width after telling of the drag.
-  CallAfter(&CFtpListzn::SaveColumnWidths);
-}
-
-void CFtpListzn::SaveColumnWidths() {
-  if (!ColumnsKey()) return;
-  for (int i = 0; i < GetColumnCount(); ++i) ftpzn::WriteColumnWidth(ColumnsKey(), i, GetColumnWidth(i));
 }
 
 CFtpListzn::FillBatch::~FillBatch() {

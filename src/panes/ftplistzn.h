@@ -155,13 +155,11 @@ class CFtpListzn : public ftpzn::EventGuard<wxListCtrl> {
   void SortRows(bool keepSelection);
   // Every row but the parent row: what a transfer of "everything" wants.
   void SelectAllEntries();
-  void SaveColumnWidths();
   // The headings, the sorted one with an arrow for its direction.
   void ShowSortHeading();
   void OnMouseDoubleClick(wxMouseEvent& event);
   void OnKeyDown(wxKeyEvent& event);
   void OnColumnClick(wxListEvent& event);
-  void OnColumnDragged(wxListEvent& event);
 
   // Mutable for the type texts, filled in as rows are first painted: the
   // desktop's type guess for every row of a large listing cost as much as

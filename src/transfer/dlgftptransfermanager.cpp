@@ -15,6 +15,7 @@
 #include "res/resources.h"
 #include "sites/preferences.h"
 #include "transfer/transferpostbox.h"
+#include "ui/dialogs.h"
 
 namespace {
 
@@ -118,14 +119,7 @@ void CDlgFtpTransferManager::OnInitDialog() {
     m_listCtrl->InsertColumn(i, headings[i], wxLIST_FORMAT_LEFT,
                              ftpzn::ReadColumnWidth(kColumnsKey, i, initial));
   }
-  m_listCtrl->Bind(wxEVT_LIST_COL_END_DRAG, [this](wxListEvent& event) {
-    event.Skip();
-    // The list takes the new width after telling of the drag.
-    CallAfter([this] {
-      for (int i = 0; i < kColumnCount; ++i)
-        ftpzn::WriteColumnWidth(kColumnsKey, i, m_listCtrl->GetColumnWidth(i));
-    });
-  });
+  ftpzn::KeepDraggedColumnWidths(*m_listCtrl, kColumnsKey);
   auto* images = new wxImageList(16, 16, true, 1);
   const wxSize small(16, 16);
   images->Add(ftpzn::res::LoadIconBundle(ftpzn::res::kIconFile, small).GetBitmap(small));

@@ -144,9 +144,10 @@ void CThreadFtp::RunTransfer(Fn&& transfer) {
   // What arrived is on disk, and the file free for others, before the end
   // is reported.
   m_file.Abort();
-  // So is the goodbye (QUIT, up to 2 s against a server that does not
-  // answer): the manager's KillThread on the end message runs on the
-  // user-interface thread and must find nothing left to wait for.
+  // So is the connection (handed to the pool, or closed without waiting
+  // for the server's goodbye): the manager's KillThread on the end message
+  // runs on the user-interface thread and must find nothing left to wait
+  // for.
   try {
     CloseConnection();
   } catch (const std::exception&) {

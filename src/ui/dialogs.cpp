@@ -2,6 +2,7 @@
 
 #include <wx/app.h>
 #include <wx/dialog.h>
+#include <wx/listctrl.h>
 #include <wx/msgdlg.h>
 #include <wx/textctrl.h>
 #include <wx/toplevel.h>
@@ -9,6 +10,8 @@
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
+
+#include "sites/preferences.h"
 
 namespace ftpzn {
 
@@ -95,6 +98,16 @@ void ModuleDialog::OnInitEvent(wxInitDialogEvent&) {
 void ModuleDialog::OnOK() {
   if (!Validate() || !TransferDataFromWindow()) return;
   ftpzn::EndDialog(this, kResultOk);
+}
+
+void KeepDraggedColumnWidths(wxListCtrl& list, const wxString& key) {
+  list.Bind(wxEVT_LIST_COL_END_DRAG, [&list, key](wxListEvent& event) {
+    event.Skip();
+    // The list takes the new width after telling of the drag.
+    list.CallAfter([&list, key] {
+      for (int i = 0; i < list.GetColumnCount(); ++i) WriteColumnWidth(key, i, list.GetColumnWidth(i));
+    });
+  });
 }
 
 }  // namespace ftpzn

@@ -8,6 +8,7 @@
 #include "ui/eventguard.h"
 
 class wxWindow;
+class wxListCtrl;
 class wxTextCtrl;
 class wxTopLevelWindow;
 
@@ -40,6 +41,11 @@ bool CheckMaxChars(wxTextCtrl* field, const wxString& value, int maxChars);
 // Sets a control's text only when it differs, so change handlers fire only
 // for real changes.
 void SetTextIfChanged(wxTextCtrl* field, const wxString& text);
+
+// After the user drags a column's edge, keeps every column width of `list`
+// under `key` in the profile store, where ReadColumnWidth finds them next
+// run.
+void KeepDraggedColumnWidths(wxListCtrl& list, const wxString& key);
 
 // The module's dialogs: results 1 (OK) and 2 (Cancel) as the window
 // numbers them; Escape, the close box and a button with id 2 end with 2;
