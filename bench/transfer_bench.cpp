@@ -118,11 +118,10 @@ TEST(TransferBench, ThroughTheManagerBesidePeers) {
   const std::string url = server->Url();
   std::string caFile, curl = "curl -s --max-time 900";
   if (tls.mode != FtpTlsMode::None) {
-    const ftpzn::testing::TestCertificates* certs = ftpzn::testing::SharedTestCertificates(error);
+    // Before the first handshake: the engine reads the trust store once.
+    const ftpzn::testing::TestCertificates* certs = ftpzn::testing::TrustTestCertificates(error);
     ASSERT_TRUE(certs) << error;
     caFile = certs->caFile;
-    // Before the first handshake: the engine reads the trust store once.
-    setenv("SSL_CERT_FILE", caFile.c_str(), 1);
     curl += " --ssl-reqd --cacert " + caFile;
     printf("over explicit TLS, the test CA in %s\n", caFile.c_str());
   }

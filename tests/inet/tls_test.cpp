@@ -39,13 +39,10 @@ class AskingSession : public CInternetSession {
 // Servers by kind, mode and certificate, each started once for the binary.
 FtpTestServer* TlsServer(FtpServerKind kind, FtpTlsMode mode, TestCertKind cert) {
   std::string error;
-  const testing::TestCertificates* certificates = testing::SharedTestCertificates(error);
-  if (!certificates) {
+  if (!testing::TrustTestCertificates(error)) {
     ADD_FAILURE() << error;
     return nullptr;
   }
-  // Read when the engine makes its TLS context, on its first TLS connection.
-  setenv("SSL_CERT_FILE", certificates->caFile.c_str(), 1);
   testing::SharedFtpServer& s = testing::SharedServer(kind, "ftpzn-tls-", nullptr, {mode, cert});
   if (!s.server) ADD_FAILURE() << "cannot start " << testing::FtpServerName(kind) << ": " << s.error;
   return s.server.get();

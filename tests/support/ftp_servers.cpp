@@ -428,6 +428,12 @@ const TestCertificates* SharedTestCertificates(std::string& error) {
   return &shared.certs;
 }
 
+const TestCertificates* TrustTestCertificates(std::string& error) {
+  const TestCertificates* certificates = SharedTestCertificates(error);
+  if (certificates) setenv("SSL_CERT_FILE", certificates->caFile.c_str(), 1);
+  return certificates;
+}
+
 const char* FtpTlsModeName(FtpTlsMode mode) {
   switch (mode) {
     case FtpTlsMode::None:

@@ -39,6 +39,10 @@ struct TestCertificates {
 // Made once per process on first use; null with the reason in `error` if
 // openssl failed (the failure is remembered).
 const TestCertificates* SharedTestCertificates(std::string& error);
+// The same, with the test CA made this process's trust store (SSL_CERT_FILE,
+// which the engine reads when it makes its TLS context: call it before the
+// first TLS connection).
+const TestCertificates* TrustTestCertificates(std::string& error);
 
 // With either, the server refuses a login and any data connection without
 // TLS (PROT P). Explicit: a plain connection that AUTH TLS upgrades.

@@ -47,9 +47,9 @@ inline const SampleFile kSampleFiles[] = {{"empty.bin", 0},
 // With TLS, the test CA becomes the process's trust store.
 inline testing::SharedFtpServer& TransferServer(testing::FtpServerKind kind, testing::FtpTlsOptions tls = {}) {
   if (tls.mode != testing::FtpTlsMode::None) {
+    // A failure shows as the server's or the handshake's.
     std::string error;
-    if (const testing::TestCertificates* certificates = testing::SharedTestCertificates(error))
-      setenv("SSL_CERT_FILE", certificates->caFile.c_str(), 1);
+    testing::TrustTestCertificates(error);
   }
   return testing::SharedServer(kind, "ftpzn-xfer-", [](const std::string& root) {
     namespace fs = std::filesystem;
