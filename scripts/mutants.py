@@ -180,6 +180,12 @@ def main():
                               "--timeout", TEST_TIMEOUT],
                              timeout=int(TEST_TIMEOUT) * 20)
                 caught, by = result.returncode != 0, first_failure(result.stdout)
+                if caught and by != "?":
+                    # A busy machine can fail a timing-bound test once; the
+                    # mutant counts as caught only if that test fails again.
+                    again = run(["ctest", "--test-dir", BUILD, "-R", f"^{by}$",
+                                 "--timeout", TEST_TIMEOUT])
+                    caught = again.returncode != 0
             except subprocess.TimeoutExpired:
                 caught, by = True, "suite time-out"
             took = time.time() - t0
