@@ -186,6 +186,10 @@ def main():
                     again = run(["ctest", "--test-dir", BUILD, "-R", f"^{by}$",
                                  "--timeout", TEST_TIMEOUT])
                     caught = again.returncode != 0
+                    if not caught:
+                        rest = run(["ctest", "--test-dir", BUILD, "--stop-on-failure",
+                                    "-E", f"^{by}$", "--timeout", TEST_TIMEOUT])
+                        caught, by = rest.returncode != 0, first_failure(rest.stdout)
             except subprocess.TimeoutExpired:
                 caught, by = True, "suite time-out"
             took = time.time() - t0
