@@ -157,36 +157,6 @@ uint16_t FreePort(const std::string& host) {
   return port;
 }
 
-// Connects and reads until the final line of a 220 greeting; false if
-// there is none yet.
-bool Greets(const std::string& host, uint16_t port, std::string& seen) {
-  sockaddr_storage ss;
-  socklen_t len;
-  if (!FillAddress(host, port, ss, len)) return false;
-  int fd = socket(ss.ss_family, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  if (fd < 0) return false;
-  bool ok = false;
-  if (connect(fd, reinterpret_cast<sockaddr*>(&ss), len) == 0) {
-    std::string text;
-    auto until = Clock::now() + std::chrono::seconds(3);
-    while (Clock::now() < until && text.size() < 8192) {
-      pollfd p{fd, POLLIN, 0};
-      if (poll(&p, 1, 200) <= 0) continue;
-      char buf[1024];
-      ssize_t n = read(fd, buf, sizeof buf);
-      if (n <= 0) break;
-      text.append(buf, static_cast<size_t>(n));
-      if (text.rfind("220 ", 0) == 0 || text.find("\n220 ") != std::string::npos) {
-        ok = true;
-        break;
-      }
-    }
-    seen = text;
-  }
-  close(fd);
-  return ok;
-}
-
 // `openssl ca` for every certificate, self-signed ones included: it is the
 // only command in OpenSSL 3.0 that takes a start date, which the expired
 // certificate needs and which the others set a day back so that a client
@@ -289,12 +259,13 @@ bool HasFinalReply(const std::string& text, const char* code) {
   return text.rfind(line, 0) == 0 || text.find("\n" + line) != std::string::npos;
 }
 
-// Like Greets, through TLS: the greeting over TLS from the first byte
-// (implicit), or the plain greeting, AUTH TLS and its 234 (explicit), then
-// a handshake that accepts any certificate, so that a server that cannot
-// load its certificate fails the start. Ends the session with QUIT so that
-// it is gone soon after.
-bool GreetsOverTls(const std::string& host, uint16_t port, bool implicit, std::string& seen) {
+// Connects and reads the 220 greeting: in clear text, over TLS from the
+// first byte (implicit), or in clear text followed by AUTH TLS and its 234
+// (explicit); a TLS handshake accepts any certificate, so that a server that
+// cannot load its certificate fails the start. Ends the session with QUIT so
+// that it is gone soon after.
+bool Greets(const std::string& host, uint16_t port, FtpTlsMode mode, std::string& seen) {
+  const bool implicit = mode == FtpTlsMode::Implicit;
   sockaddr_storage ss;
   socklen_t len;
   if (!FillAddress(host, port, ss, len)) return false;
@@ -331,6 +302,10 @@ bool GreetsOverTls(const std::string& host, uint16_t port, bool implicit, std::s
   do {
     if (!implicit) {
       if (!readReply("220")) break;
+      if (mode == FtpTlsMode::None) {
+        ok = true;
+        break;
+      }
       const char auth[] = "AUTH TLS\r\n";
       if (write(fd, auth, sizeof auth - 1) != static_cast<ssize_t>(sizeof auth - 1) || !readReply("234"))
         break;
@@ -365,15 +340,8 @@ int ChownEntry(const char* path, const struct stat*, int, FTW*) {
 }  // namespace
 
 const char* FtpServerName(FtpServerKind kind) {
-  switch (kind) {
-    case FtpServerKind::Vsftpd:
-      return "vsftpd";
-    case FtpServerKind::PureFtpd:
-      return "pureftpd";
-    case FtpServerKind::Proftpd:
-      return "proftpd";
-  }
-  return "?";
+  static const char* const names[] = {"vsftpd", "pureftpd", "proftpd"};
+  return names[static_cast<int>(kind)];
 }
 
 std::vector<FtpServerKind> AllFtpServers() {
@@ -381,17 +349,8 @@ std::vector<FtpServerKind> AllFtpServers() {
 }
 
 const char* TestCertName(TestCertKind kind) {
-  switch (kind) {
-    case TestCertKind::Trusted:
-      return "trusted";
-    case TestCertKind::SelfSigned:
-      return "selfsigned";
-    case TestCertKind::OtherHost:
-      return "otherhost";
-    case TestCertKind::Expired:
-      return "expired";
-  }
-  return "?";
+  static const char* const names[] = {"trusted", "selfsigned", "otherhost", "expired"};
+  return names[static_cast<int>(kind)];
 }
 
 std::string TestCertificates::CertFile(TestCertKind kind) const {
@@ -435,15 +394,8 @@ const TestCertificates* TrustTestCertificates(std::string& error) {
 }
 
 const char* FtpTlsModeName(FtpTlsMode mode) {
-  switch (mode) {
-    case FtpTlsMode::None:
-      return "plain";
-    case FtpTlsMode::Explicit:
-      return "explicit";
-    case FtpTlsMode::Implicit:
-      return "implicit";
-  }
-  return "?";
+  static const char* const names[] = {"plain", "explicit", "implicit"};
+  return names[static_cast<int>(mode)];
 }
 
 bool FtpServerSupportsTls(FtpServerKind kind, FtpTlsMode mode) {
@@ -711,8 +663,7 @@ std::unique_ptr<FtpTestServer> FtpTestServer::Start(FtpServerKind kind, const st
               ReadTail(work + "/vsftpd.log");
       return nullptr;
     }
-    if (useTls ? GreetsOverTls(server->m_host, server->m_port, tls.mode == FtpTlsMode::Implicit, seen)
-               : Greets(server->m_host, server->m_port, seen)) {
+    if (Greets(server->m_host, server->m_port, tls.mode, seen)) {
       return server;
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
