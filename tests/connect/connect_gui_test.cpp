@@ -1,49 +1,47 @@
-// The main window's Connect and Disconnect as a user drives them: the site
-// manager filled in and confirmed, attempts traced, the pause dialog between
-// attempts, and no connection left open on the server afterwards.
+// The main window's Connect, Disconnect and Exit as a user drives them: the
+// site manager filled in and confirmed, attempts traced, the pause dialog
+// between attempts, the certificate question, and no connection left open
+// on the server afterwards.
 #include <gtest/gtest.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
 #include <wx/app.h>
-#include <wx/button.h>
 #include <wx/choice.h>
 #include <wx/textctrl.h>
 
 #include <algorithm>
+#include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <map>
+#include <functional>
 #include <memory>
-#include <sstream>
 
+#include "connection/certtrust.h"
 #include "ftp_servers.h"
 #include "gui_harness.h"
 #include "mainwnd/dlgftpmainwnd.h"
 #include "platform/threadid.h"
 #include "sites/dlgconnect.h"
-#include "connection/certtrust.h"
 #include "sites/sitefile.h"
 #include "ui/dlgcertificate.h"
 #include "ui/dlgwaitmessage.h"
 
 namespace {
 
-namespace fs = std::filesystem;
 using ftpzn::test::DialogScript;
 using ftpzn::test::ExpectedDialog;
 using ftpzn::testing::FtpServerKind;
 using ftpzn::testing::FtpTestServer;
 
-void MakeTree(const std::string& root) {
-  fs::create_directories(root + "/pub/data");
-  fs::create_directories(root + "/pub/empty");
-  for (const char* name : {"a.txt", "b.bin"}) std::ofstream(root + "/pub/" + name) << name;
-  std::ofstream(root + "/pub/data/inside.txt") << "inside";
-}
-
 ftpzn::testing::SharedFtpServer& ServerFor(FtpServerKind kind, ftpzn::testing::FtpTlsOptions tls = {}) {
-  return ftpzn::testing::SharedServer(kind, "ftpzn-connect-", MakeTree, tls);
+  return ftpzn::testing::SharedServer(
+      kind, "ftpzn-connect-",
+      [](const std::string& root) {
+        for (const char* name : {"/pub/a.txt", "/pub/b.bin", "/pub/data/inside.txt", "/pub/empty/"}) {
+          std::filesystem::create_directories(std::filesystem::path(root + name).parent_path());
+          if (name[std::strlen(name) - 1] != '/') std::ofstream(root + name) << name;
+        }
+      },
+      tls);
 }
 
 // What the user types into "FTP Sites" before pressing Connect.
@@ -64,19 +62,20 @@ void ExpectSiteManager(const SiteInput& in) {
   expected.description = "FTP Sites";
   expected.interact = [in](wxDialog* d) {
     ASSERT_NE(dynamic_cast<CDlgConnect*>(d), nullptr);
-    auto set = [d](int id, const wxString& value) {
+    const std::pair<int, wxString> fields[] = {
+        {CDlgConnect::IDC_HOST, in.host},
+        {CDlgConnect::IDC_PORT, wxString::Format("%d", in.port)},
+        {CDlgConnect::IDC_LOGIN, in.login},
+        {CDlgConnect::IDC_PASSWORD, in.password},
+        {CDlgConnect::IDC_INITIAL_PATH, in.path},
+        {CDlgConnect::IDC_RETRIES, wxString::Format("%d", in.retries)},
+        {CDlgConnect::IDC_ACCOUNT, in.account},
+        {CDlgConnect::IDC_RETRY_DELAY, wxString::Format("%d", in.delay)}};
+    for (const auto& [id, value] : fields) {
       auto* text = dynamic_cast<wxTextCtrl*>(d->FindWindow(id));
       ASSERT_NE(text, nullptr) << id;
       text->SetValue(value);
-    };
-    set(CDlgConnect::IDC_HOST, in.host);
-    set(CDlgConnect::IDC_PORT, wxString::Format("%d", in.port));
-    set(CDlgConnect::IDC_LOGIN, in.login);
-    set(CDlgConnect::IDC_PASSWORD, in.password);
-    set(CDlgConnect::IDC_INITIAL_PATH, in.path);
-    set(CDlgConnect::IDC_RETRIES, wxString::Format("%d", in.retries));
-    set(CDlgConnect::IDC_RETRY_DELAY, wxString::Format("%d", in.delay));
-    set(CDlgConnect::IDC_ACCOUNT, in.account);
+    }
     if (in.security >= 0) {
       auto* choice = dynamic_cast<wxChoice*>(d->FindWindow(CDlgConnect::IDC_SECURITY));
       ASSERT_NE(choice, nullptr);
@@ -95,34 +94,23 @@ void ExpectSiteManager(const SiteInput& in) {
 
 // Sockets of this machine connected to or from `port` (either side).
 int EstablishedOn(uint16_t port) {
-  int count = 0;
-  for (const char* table : {"/proc/net/tcp", "/proc/net/tcp6"}) {
-    std::ifstream in(table);
-    std::string line;
-    std::getline(in, line);
-    while (std::getline(in, line)) {
-      std::istringstream fields(line);
-      std::string slot, local, remote, state;
-      fields >> slot >> local >> remote >> state;
-      const auto portOf = [](const std::string& address) {
-        return static_cast<uint16_t>(std::stoul(address.substr(address.find(':') + 1), nullptr, 16));
-      };
-      if (state == "01" && (portOf(local) == port || portOf(remote) == port)) ++count;
-    }
-  }
-  return count;
+  const std::string command = "ss -Htn state established '( sport = :" + std::to_string(port) +
+                              " or dport = :" + std::to_string(port) + " )'";
+  std::unique_ptr<FILE, int (*)(FILE*)> ss(popen(command.c_str(), "r"), pclose);
+  int lines = 0;
+  for (int c; ss && (c = fgetc(ss.get())) != EOF;) lines += c == '\n';
+  return lines;
 }
 
 class ConnectTest : public testing::TestWithParam<FtpServerKind> {
  protected:
   void SetUp() override {
     ftpzn::testing::SharedFtpServer& served = ServerFor(GetParam());
-    ASSERT_TRUE(served.server) << "cannot start " << ftpzn::testing::FtpServerName(GetParam()) << ": "
-                               << served.error;
+    ASSERT_TRUE(served.server) << served.error;
     m_port = served.server->Port();
     // The site manager reads and writes its site file in a scratch folder.
-    m_sitesDir = ftpzn::test::MakeTempDir("ftpzn-connect-sites-");
-    ftpzn::SetModuleDirectoryForTesting(wxString::FromUTF8(m_sitesDir + "/"));
+    ftpzn::SetModuleDirectoryForTesting(
+        wxString::FromUTF8(ftpzn::test::MakeTempDir("ftpzn-connect-sites-") + "/"));
     m_window = std::make_unique<CDlgFTPMainWnd>();
     ASSERT_TRUE(m_window->Create());
     m_window->Show();
@@ -133,16 +121,29 @@ class ConnectTest : public testing::TestWithParam<FtpServerKind> {
     m_window.reset();
     DialogScript::VerifyAndClear();
   }
-  SiteInput Site() const {
+  SiteInput Site(int retries = 3, const wxString& password = FtpTestServer::kPassword) const {
     SiteInput in;
     in.port = m_port;
+    in.retries = retries;
+    in.password = password;
     return in;
   }
-  void Connect(const SiteInput& in) {
-    ExpectSiteManager(in);
-    wxCommandEvent command(wxEVT_MENU, 9094);
+  void Menu(int id) {
+    wxCommandEvent command(wxEVT_MENU, id);
     command.SetEventObject(m_window.get());
     m_window->ProcessWindowEvent(command);
+  }
+  // The site manager answered with `in`, and what follows expected before.
+  void Connect(const SiteInput& in, const std::function<void()>& expectAfter = {}) {
+    ExpectSiteManager(in);
+    if (expectAfter) expectAfter();
+    Menu(CDlgFTPMainWnd::ID_CONNECT);
+  }
+  // The trace lines, each behind the thread's number.
+  wxString Lines(std::initializer_list<wxString> lines) const {
+    wxString text;
+    for (const wxString& line : lines) text << m_tid << line << " \n";
+    return text;
   }
   wxString Trace() const { return m_window->m_strRemoteTrace; }
   std::vector<wxString> RemoteNames() const {
@@ -156,28 +157,27 @@ class ConnectTest : public testing::TestWithParam<FtpServerKind> {
   }
 
   uint16_t m_port = 0;
-  std::string m_sitesDir;
   std::unique_ptr<CDlgFTPMainWnd> m_window;
   wxString m_tid;
 };
 
-TEST_P(ConnectTest, GoodCredentialsConnectTraceAndListTheInitialPath) {
+TEST_P(ConnectTest, ConnectBrowseReconnectDisconnectAndExit) {
   SiteInput first = Site();
   first.account = "acct-7";
   Connect(first);
   ASSERT_NE(m_window->m_pFtpConnection, nullptr);
-  EXPECT_EQ(Trace(), m_tid + "Connecting to: 127.0.0.1 (Attempt 1 of 3) \n" + m_tid +
-                         "Successfully connected to:127.0.0.1 \n");
+  EXPECT_EQ(Trace(),
+            Lines({"Connecting to: 127.0.0.1 (Attempt 1 of 3)", "Successfully connected to:127.0.0.1"}));
   EXPECT_EQ(m_window->m_strServerName, "127.0.0.1");
   EXPECT_EQ(m_window->m_site.m_strHost, "ftp://127.0.0.1/pub") << "the scheme and the path were added";
   EXPECT_EQ(m_window->m_strRemoteDir, "/pub");
   EXPECT_EQ(m_window->m_editRemoteDir->GetValue(), "/pub");
   EXPECT_EQ(m_window->m_site.m_strAccount, "acct-7") << "every text field of the chosen site is taken";
-  const std::vector<wxString> names = RemoteNames();
+  std::vector<wxString> names = RemoteNames();
   ASSERT_EQ(names.size(), 5u);
   EXPECT_EQ(names[0], "..Up");
-  for (const char* name : {"a.txt", "b.bin", "data", "empty"})
-    EXPECT_NE(std::find(names.begin(), names.end(), name), names.end()) << name;
+  std::sort(names.begin() + 1, names.end());
+  EXPECT_EQ(names, (std::vector<wxString>{"..Up", "a.txt", "b.bin", "data", "empty"}));
   EXPECT_TRUE(m_window->CheckConnection());
   EXPECT_EQ(EstablishedOn(m_port), 2) << "one control connection, seen from both ends";
   if (GetParam() == FtpServerKind::Vsftpd) ftpzn::test::SaveScreenshot("connected");
@@ -195,7 +195,7 @@ TEST_P(ConnectTest, GoodCredentialsConnectTraceAndListTheInitialPath) {
   again.path = "\\pub\\data";
   Connect(again);
   const wxString second = Trace().Mid(Trace().Find("Successfully") + 1);
-  EXPECT_TRUE(second.Contains(m_tid + "Closed Ftp connection \n" + m_tid + "Close Ftp session \n" + m_tid +
+  EXPECT_TRUE(second.Contains(Lines({"Closed Ftp connection", "Close Ftp session"}) + m_tid +
                               "Connecting to: 127.0.0.1 (Attempt 1 of 3)"))
       << Trace();
   EXPECT_EQ(m_window->m_site.m_strInitialPath, "/pub/data") << "backslashes become slashes";
@@ -205,45 +205,43 @@ TEST_P(ConnectTest, GoodCredentialsConnectTraceAndListTheInitialPath) {
   EXPECT_EQ(EstablishedOn(m_port), 2);
 
   // Disconnect: two trace lines, an empty pane, nothing left on the server.
-  const size_t before = Trace().length();
-  wxCommandEvent disconnect(wxEVT_MENU, 9097);
-  m_window->ProcessWindowEvent(disconnect);
-  EXPECT_EQ(Trace().Mid(before), m_tid + "Closed Ftp connection \n" + m_tid + "Close Ftp session \n");
+  size_t before = Trace().length();
+  Menu(CDlgFTPMainWnd::ID_DISCONNECT);
+  EXPECT_EQ(Trace().Mid(before), Lines({"Closed Ftp connection", "Close Ftp session"}));
   EXPECT_EQ(m_window->m_pFtpConnection, nullptr);
   EXPECT_EQ(m_window->m_ctrlRemote.GetItemCount(), 0);
   EXPECT_TRUE(NoConnectionsLeft());
   EXPECT_FALSE(m_window->CheckConnection());
-}
 
-TEST_P(ConnectTest, ABadPasswordPausesAndCancellingThePauseEndsTheAttempts) {
-  SiteInput in = Site();
-  in.password = "wrong";
-  ExpectSiteManager(in);
-  DialogScript::ExpectModal<CDlgWaitMessage>(2, [](CDlgWaitMessage* pause) {
-    EXPECT_EQ(pause->m_nSeconds, 7);
-    EXPECT_FALSE(pause->m_strMessage.empty());
-  });
-  wxCommandEvent command(wxEVT_MENU, 9094);
-  m_window->ProcessWindowEvent(command);
+  // Exit disconnects too, and ends the session.
+  Connect(Site());
+  ASSERT_NE(m_window->m_pFtpConnection, nullptr);
+  before = Trace().length();
+  Menu(CDlgFTPMainWnd::ID_EXIT);
   EXPECT_EQ(m_window->m_pFtpConnection, nullptr);
-  const wxString trace = Trace();
-  EXPECT_TRUE(trace.StartsWith(m_tid + "Connecting to: 127.0.0.1 (Attempt 1 of 3) \n" + m_tid + "530"))
-      << trace;
-  EXPECT_FALSE(trace.Contains("Attempt 2")) << "Cancel in the pause ends the attempts";
-  EXPECT_TRUE(trace.EndsWith(m_tid + "Failed in connecting to: 127.0.0.1  \n")) << trace;
-  EXPECT_TRUE(DialogScript::MessageBoxTexts().empty()) << "no message box after a cancelled pause";
-  EXPECT_EQ(m_window->m_ctrlRemote.GetItemCount(), 0);
+  EXPECT_EQ(m_window->m_pInetSession, nullptr);
+  EXPECT_EQ(Trace().Mid(before), Lines({"Closed Ftp connection", "Close Ftp session"}));
   EXPECT_TRUE(NoConnectionsLeft());
 }
 
-TEST_P(ConnectTest, TheLastFailedAttemptShowsTheReplyAndTheErrorText) {
-  SiteInput in = Site();
-  in.password = "wrong";
-  in.retries = 1;
-  ExpectSiteManager(in);
-  DialogScript::ExpectMessageBox();
-  wxCommandEvent command(wxEVT_MENU, 9094);
-  m_window->ProcessWindowEvent(command);
+TEST_P(ConnectTest, ABadPasswordPausesAndCancellingThePauseEndsTheAttempts) {
+  Connect(Site(3, "wrong"), [] {
+    DialogScript::ExpectModal<CDlgWaitMessage>(2, [](CDlgWaitMessage* pause) {
+      EXPECT_EQ(pause->m_nSeconds, 7);
+      EXPECT_FALSE(pause->m_strMessage.empty());
+    });
+  });
+  EXPECT_EQ(m_window->m_pFtpConnection, nullptr);
+  EXPECT_TRUE(Trace().StartsWith(Lines({"Connecting to: 127.0.0.1 (Attempt 1 of 3)"}) + m_tid + "530"))
+      << Trace();
+  EXPECT_FALSE(Trace().Contains("Attempt 2")) << "Cancel in the pause ends the attempts";
+  EXPECT_TRUE(Trace().EndsWith(Lines({"Failed in connecting to: 127.0.0.1 "}))) << Trace();
+  EXPECT_TRUE(DialogScript::MessageBoxTexts().empty()) << "no message box after a cancelled pause";
+  EXPECT_EQ(m_window->m_ctrlRemote.GetItemCount(), 0);
+  EXPECT_TRUE(NoConnectionsLeft());
+
+  // The last failed attempt shows the reply and the error text.
+  Connect(Site(1, "wrong"), [] { DialogScript::ExpectMessageBox(); });
   ASSERT_EQ(DialogScript::MessageBoxTexts().size(), 1u);
   const wxString box = DialogScript::MessageBoxTexts()[0];
   EXPECT_TRUE(box.StartsWith("530")) << box;
@@ -252,35 +250,26 @@ TEST_P(ConnectTest, TheLastFailedAttemptShowsTheReplyAndTheErrorText) {
 }
 
 TEST_P(ConnectTest, NoAttemptsWithRetriesZeroAndAnHttpHostIsRefused) {
-  SiteInput in = Site();
-  in.retries = 0;
-  Connect(in);
-  EXPECT_EQ(Trace(), m_tid + "Failed in connecting to: 127.0.0.1  \n");
+  Connect(Site(0));
+  EXPECT_EQ(Trace(), Lines({"Failed in connecting to: 127.0.0.1 "}));
   EXPECT_EQ(m_window->m_pFtpConnection, nullptr);
 
   SiteInput web = Site();
   web.host = "http://127.0.0.1";
   web.path = "";
-  ExpectSiteManager(web);
-  DialogScript::ExpectMessageBox();
-  wxCommandEvent command(wxEVT_MENU, 9094);
-  m_window->ProcessWindowEvent(command);
-  ASSERT_EQ(DialogScript::MessageBoxTexts().size(), 1u);
-  EXPECT_EQ(DialogScript::MessageBoxTexts()[0], "Please enter a valid FTP URL");
-  EXPECT_TRUE(Trace().EndsWith(m_tid + "Failed in connecting to: 127.0.0.1  \n")) << Trace();
+  Connect(web, [] { DialogScript::ExpectMessageBox(); });
+  EXPECT_EQ(DialogScript::MessageBoxTexts(), std::vector<wxString>{"Please enter a valid FTP URL"});
+  EXPECT_TRUE(Trace().EndsWith(Lines({"Failed in connecting to: 127.0.0.1 "}))) << Trace();
   EXPECT_FALSE(Trace().Contains("Attempt"));
 
   // Not a URL even with a scheme put in front: the other text, no trace
   // line of the routine's own, the session left open.
-  SiteInput broken = Site();
+  SiteInput broken = web;
   broken.host = "[::1";
-  broken.path = "";
-  ExpectSiteManager(broken);
-  DialogScript::ExpectMessageBox();
-  m_window->ProcessWindowEvent(command);
+  Connect(broken, [] { DialogScript::ExpectMessageBox(); });
   ASSERT_EQ(DialogScript::MessageBoxTexts().size(), 2u);
   EXPECT_EQ(DialogScript::MessageBoxTexts()[1], "Please enter a valid FTP URL ...\n");
-  EXPECT_TRUE(Trace().EndsWith("Failed in connecting to: 127.0.0.1  \n" + m_tid + "Close Ftp session \n"))
+  EXPECT_TRUE(Trace().EndsWith("Failed in connecting to: 127.0.0.1  \n" + Lines({"Close Ftp session"})))
       << Trace();
   EXPECT_NE(m_window->m_pInetSession, nullptr);
   EXPECT_EQ(m_window->m_pFtpConnection, nullptr);
@@ -289,30 +278,18 @@ TEST_P(ConnectTest, NoAttemptsWithRetriesZeroAndAnHttpHostIsRefused) {
 TEST_P(ConnectTest, AnUnreachableServerTracesTheReasonThenPauses) {
   SiteInput in = Site();
   in.port = ftpzn::testing::ClosedPort();
-  ExpectSiteManager(in);
-  DialogScript::ExpectModal<CDlgWaitMessage>(2, [](CDlgWaitMessage* pause) {
-    EXPECT_EQ(pause->m_strMessage, "The attempt to connect to the server failed.");
+  Connect(in, [] {
+    DialogScript::ExpectModal<CDlgWaitMessage>(2, [](CDlgWaitMessage* pause) {
+      EXPECT_EQ(pause->m_strMessage, "The attempt to connect to the server failed.");
+    });
   });
-  wxCommandEvent command(wxEVT_MENU, 9094);
-  m_window->ProcessWindowEvent(command);
   EXPECT_EQ(m_window->m_pFtpConnection, nullptr);
-  EXPECT_EQ(Trace(), m_tid + "Connecting to: 127.0.0.1 (Attempt 1 of 3) \n" + m_tid +
-                         wxString::Format("connect to 127.0.0.1 port %d: Connection refused \n", in.port) +
-                         "The attempt to connect to the server failed. \n" + m_tid +
-                         "Failed in connecting to: 127.0.0.1  \n")
+  EXPECT_EQ(Trace(), Lines({"Connecting to: 127.0.0.1 (Attempt 1 of 3)",
+                            wxString::Format("connect to 127.0.0.1 port %d: Connection refused", in.port)}) +
+                         "The attempt to connect to the server failed. \n" +
+                         Lines({"Failed in connecting to: 127.0.0.1 "}))
       << Trace();
   EXPECT_TRUE(DialogScript::MessageBoxTexts().empty());
-}
-
-TEST_P(ConnectTest, ExitDisconnectsLeavingNothingOnTheServer) {
-  Connect(Site());
-  ASSERT_NE(m_window->m_pFtpConnection, nullptr);
-  wxCommandEvent exit(wxEVT_MENU, 9095);
-  m_window->ProcessWindowEvent(exit);
-  EXPECT_EQ(m_window->m_pFtpConnection, nullptr);
-  EXPECT_EQ(m_window->m_pInetSession, nullptr);
-  EXPECT_TRUE(Trace().EndsWith(m_tid + "Closed Ftp connection \n" + m_tid + "Close Ftp session \n"));
-  EXPECT_TRUE(NoConnectionsLeft());
 }
 
 INSTANTIATE_TEST_SUITE_P(Servers, ConnectTest,
@@ -328,8 +305,9 @@ class TlsConnectTest : public ConnectTest {
  protected:
   void SetUp() override {
     ConnectTest::SetUp();
-    ftpzn::testing::SharedFtpServer& served = ServerFor(
-        FtpServerKind::Vsftpd, {ftpzn::testing::FtpTlsMode::Explicit, ftpzn::testing::TestCertKind::SelfSigned});
+    ftpzn::testing::SharedFtpServer& served =
+        ServerFor(FtpServerKind::Vsftpd,
+                  {ftpzn::testing::FtpTlsMode::Explicit, ftpzn::testing::TestCertKind::SelfSigned});
     ASSERT_TRUE(served.server) << served.error;
     m_port = served.server->Port();
   }
@@ -353,34 +331,32 @@ TEST_P(TlsConnectTest, EncryptionChoiceAndEachTrustAnswer) {
   for (const Row& row : rows) {
     SCOPED_TRACE(row.name);
     ftpzn::KeepCertificate("127.0.0.1", m_port, row.keptBefore ? other : wxString());
-    SiteInput in = Site();
-    in.retries = 1;
+    SiteInput in = Site(1);
     in.security = 1;
-    wxString fingerprint;
-    ExpectSiteManager(in);
-    if (std::string(row.name) == "once") {
-      // Shown for real once, to look at.
-      ExpectedDialog shown;
-      shown.interact = [&](wxDialog* d) {
-        ASSERT_NE(dynamic_cast<CDlgCertificate*>(d), nullptr);
-        ftpzn::test::PumpFor(300);
-        ftpzn::test::SaveScreenshot("certificate");
-        d->EndModal(row.button);
-      };
-      DialogScript::Expect(shown);
-    } else {
-      DialogScript::ExpectModal<CDlgCertificate>(row.button, [&](CDlgCertificate* d) {
-        EXPECT_EQ(d->GetTitle(), row.keptBefore ? "Certificate changed" : "Certificate not trusted");
-        auto* why = d->FindWindow(CDlgCertificate::IDC_WHY);
-        ASSERT_NE(why, nullptr);
-        EXPECT_TRUE(why->GetLabel().Contains("self-signed")) << why->GetLabel();
-      });
-    }
-    if (!row.connected) DialogScript::ExpectMessageBox();
-    wxCommandEvent command(wxEVT_MENU, 9094);
-    m_window->ProcessWindowEvent(command);
+    const bool once = std::string(row.name) == "once";
+    Connect(in, [&] {
+      if (once) {  // shown for real once, to look at
+        ExpectedDialog shown;
+        shown.interact = [&](wxDialog* d) {
+          ASSERT_NE(dynamic_cast<CDlgCertificate*>(d), nullptr);
+          ftpzn::test::PumpFor(300);
+          ftpzn::test::SaveScreenshot("certificate");
+          d->EndModal(row.button);
+        };
+        DialogScript::Expect(shown);
+      } else {
+        DialogScript::ExpectModal<CDlgCertificate>(row.button, [&](CDlgCertificate* d) {
+          EXPECT_EQ(d->GetTitle(), row.keptBefore ? "Certificate changed" : "Certificate not trusted");
+          auto* why = d->FindWindow(CDlgCertificate::IDC_WHY);
+          ASSERT_NE(why, nullptr);
+          EXPECT_TRUE(why->GetLabel().Contains("self-signed")) << why->GetLabel();
+        });
+      }
+      if (!row.connected) DialogScript::ExpectMessageBox();
+    });
     EXPECT_EQ(m_window->m_site.m_strHost, "ftpes://127.0.0.1/pub") << "the choice wrote the scheme";
     ASSERT_EQ(m_window->m_pFtpConnection != nullptr, row.connected) << Trace();
+    wxString fingerprint;
     if (row.connected) {
       EXPECT_TRUE(Trace().Contains(m_tid + "TLS 1.3, TLS_")) << Trace();
       EXPECT_TRUE(m_window->m_tlsIndicator->IsShown());
@@ -388,13 +364,14 @@ TEST_P(TlsConnectTest, EncryptionChoiceAndEachTrustAnswer) {
       EXPECT_EQ(RemoteNames().size(), 5u) << "listed over TLS";
       fingerprint = wxString::FromUTF8(m_window->m_pFtpConnection->GetTlsInfo()->fingerprint);
       EXPECT_EQ(wxString::FromUTF8(m_window->m_strAcceptedCertificate), fingerprint) << "for the workers";
-      if (std::string(row.name) == "once") ftpzn::test::SaveScreenshot("connected-tls");
+      if (once) ftpzn::test::SaveScreenshot("connected-tls");
     } else {
       EXPECT_TRUE(Trace().Contains("not trusted")) << Trace();
       EXPECT_FALSE(m_window->m_tlsIndicator->IsShown());
     }
-    EXPECT_EQ(ftpzn::KnownCertificate("127.0.0.1", m_port),
-              row.keptAfter ? fingerprint : row.keptBefore ? other : wxString());
+    EXPECT_EQ(ftpzn::KnownCertificate("127.0.0.1", m_port), row.keptAfter    ? fingerprint
+                                                            : row.keptBefore ? other
+                                                                             : wxString());
     DialogScript::VerifyAndClear();
     if (row.keptAfter) {
       Connect(in);  // kept: no question this time

@@ -16,32 +16,26 @@ export HOME="$work/home"
 mkdir -p "$HOME"
 
 ok() { echo "ok $1"; passed=$((passed + 1)); }
-bad() { echo "FAIL $1"; fail=1; }
-check() {  # name, command...
-  name=$1; shift
-  if "$@" >"$work/check.out" 2>&1; then ok "$name"; else bad "$name"; cat "$work/check.out"; fi
+bad() { echo "FAIL $1"; cat "$work"/*.log 2>/dev/null; fail=1; }
+expect() {  # name, shell condition
+  if eval "$2"; then ok "$1"; else bad "$1"; fi
 }
 
 # --- the installed tree ---
-cmake --install "$BUILD" --prefix "$P" >"$work/install.log" 2>&1 || { cat "$work/install.log"; bad "cmake --install"; exit 1; }
+cmake --install "$BUILD" --prefix "$P" >"$work/install.log" 2>&1 || { bad "cmake --install"; exit 1; }
+rm "$work/install.log"
 lib=$(find "$P" -name 'libftpzn.so.*.*' | head -1)
-for f in include/ftpzn/ftpface.h bin/ftpzn-ftp bin/ftpzn-sites bin/ftpzn-host \
-         share/man/man1/ftpzn-ftp.1 share/man/man1/ftpzn-sites.1 share/man/man1/ftpzn-host.1; do
+libdir=$(dirname "$lib")
+for f in include/ftpzn/ftpface.h bin/ftpzn-ftp bin/ftpzn-sites bin/ftpzn-host share/man/man1/ftpzn-ftp.1 \
+         share/man/man1/ftpzn-sites.1 share/man/man1/ftpzn-host.1; do
   [ -e "$P/$f" ] || bad "installed $f"
 done
-[ -n "$lib" ] || bad "installed libftpzn.so.X.Y"
-libdir=$(dirname "$lib")
-[ -e "$libdir/cmake/ftpzn/ftpznConfig.cmake" ] && [ -e "$libdir/pkgconfig/ftpzn.pc" ] ||
-  bad "installed CMake package and ftpzn.pc"
+expect "CMake package and ftpzn.pc" '[ -e "$libdir/cmake/ftpzn/ftpznConfig.cmake" ] && [ -e "$libdir/pkgconfig/ftpzn.pc" ]'
 soname=$(objdump -p "$lib" | awk '/SONAME/ {print $2}')
-[ "$soname" = libftpzn.so.0 ] && [ -L "$libdir/libftpzn.so" ] && [ -e "$libdir/$soname" ] &&
-  ok "library with SONAME $soname and its links" || bad "SONAME '$soname'"
+expect "library with SONAME libftpzn.so.0 and its links" \
+  '[ "$soname" = libftpzn.so.0 ] && [ -L "$libdir/libftpzn.so" ] && [ -e "$libdir/$soname" ]'
 # Only wx and the header's own folder are included by the public header.
-if grep -h '^#include' "$P"/include/ftpzn/*.h | grep -v -e '<wx/' -e '<ftpzn/'; then
-  bad "public header includes something else"
-else
-  ok "public header includes only wx"
-fi
+expect "public header includes only wx" '! grep -h "^#include" "$P"/include/ftpzn/*.h | grep -v -e "<wx/" -e "<ftpzn/"'
 
 # --- hosts built outside the project ---
 . "$(dirname "$0")/../support/window_of.sh"
@@ -49,17 +43,15 @@ fi
 run_modal_to_exit() {  # name, host binary
   "$2" --modal >"$work/host.out" 2>"$work/host.err" &
   pid=$!
-  w=$(window_of $pid "FTP transfer")
-  if [ -z "$w" ]; then bad "$1: no FTP window"; cat "$work/host.err"; kill $pid; wait $pid; return; fi
+  w=$(window_of $pid "FTP transfer") || { bad "$1: no FTP window"; kill $pid; wait $pid; return; }
   sleep 1
   [ -n "$SCREENSHOT" ] && import -window root "$SCREENSHOT"
   xdotool mousemove --window "$w" 424 320 click 1  # the Exit button
   i=0
   while kill -0 $pid 2>/dev/null && [ $i -lt 100 ]; do i=$((i + 1)); sleep 0.1; done
-  if kill -0 $pid 2>/dev/null; then bad "$1: still running after Exit"; kill $pid; wait $pid; return; fi
-  wait $pid
-  rc=$?
-  [ $rc = 0 ] && ok "$1: ran to Exit" || { bad "$1: exit $rc after Exit"; cat "$work/host.err"; }
+  kill $pid 2>/dev/null && { bad "$1: still running after Exit"; wait $pid; return; }
+  wait $pid; rc=$?
+  expect "$1: ran to Exit" '[ $rc = 0 ]'
 }
 
 # The host's frame, its first button ("FTP window") pressed: the modeless
@@ -73,71 +65,65 @@ run_modeless() {  # name, host binary
     xdotool mousemove --window "$f" 20 20 click 1
     w=$(window_of $pid "FTP transfer")
   fi
-  if [ -n "$w" ] && kill -0 $pid 2>/dev/null; then ok "$1: modeless window shown"; else bad "$1: no modeless window"; cat "$work/host.err"; fi
+  expect "$1: modeless window shown" '[ -n "$w" ] && kill -0 $pid 2>/dev/null'
   kill $pid 2>/dev/null
   wait $pid 2>/dev/null
 }
 
 if cmake -S "$EXAMPLE" -B "$work/by-cmake" -G Ninja -DCMAKE_PREFIX_PATH="$P" >"$work/cmake.log" 2>&1 &&
    cmake --build "$work/by-cmake" >>"$work/cmake.log" 2>&1; then
+  rm "$work/cmake.log"
   ok "host built with find_package(ftpzn)"
   SCREENSHOT=${FTPZN_INSTALL_SCREENSHOT:-} run_modal_to_exit "find_package host" "$work/by-cmake/minimal-host"
   run_modeless "find_package host" "$work/by-cmake/minimal-host"
 else
-  cat "$work/cmake.log"; bad "host built with find_package(ftpzn)"
+  bad "host built with find_package(ftpzn)"
 fi
 
 export PKG_CONFIG_PATH="$libdir/pkgconfig"
-if [ "$(pkg-config --modversion ftpzn)" = "$("$P/bin/ftpzn-ftp" --version | cut -d' ' -f2)" ] &&
+version=$(pkg-config --modversion ftpzn)
+if [ "$version" = "$("$P/bin/ftpzn-ftp" --version | cut -d' ' -f2)" ] &&
    c++ -o "$work/by-pkg-config" "$EXAMPLE/main.cpp" $(pkg-config --cflags --libs ftpzn) \
      -Wl,-rpath,"$(pkg-config --variable=libdir ftpzn)" 2>"$work/pc.log"; then
+  rm "$work/pc.log"
   ok "host built with pkg-config"
   run_modal_to_exit "pkg-config host" "$work/by-pkg-config"
 else
-  cat "$work/pc.log"; bad "host built with pkg-config"
+  bad "host built with pkg-config"
 fi
 
 # The guide shows the example host as it is built here.
 awk '/^<!-- docs\/examples\/minimal-host\/main.cpp -->/ {on = 1; getline; next} on && /^```/ {exit} on' \
   "$SRC/docs/embedding.md" >"$work/guide-main.cpp"
-cmp -s "$work/guide-main.cpp" "$EXAMPLE/main.cpp" && ok "guide shows the example host" ||
-  bad "docs/embedding.md differs from docs/examples/minimal-host/main.cpp"
+expect "docs/embedding.md shows docs/examples/minimal-host/main.cpp" 'cmp -s "$work/guide-main.cpp" "$EXAMPLE/main.cpp"'
 
 # --- the installed tools: help on standard output, usage errors, versions ---
 for tool in ftpzn-ftp ftpzn-sites; do
-  "$P/bin/$tool" --help >"$work/out" 2>"$work/err"
-  [ $? = 0 ] && [ -s "$work/out" ] && [ ! -s "$work/err" ] && ok "$tool --help" || bad "$tool --help"
-  "$P/bin/$tool" --version >"$work/out" 2>&1
-  [ $? = 0 ] && [ "$(cat "$work/out")" = "$tool $(pkg-config --modversion ftpzn)" ] && ok "$tool --version" ||
-    bad "$tool --version: $(cat "$work/out")"
-  "$P/bin/$tool" --no-such-option >"$work/out" 2>"$work/err"
-  [ $? = 2 ] && [ ! -s "$work/out" ] && [ "$(wc -l <"$work/err")" = 1 ] && ok "$tool usage error" ||
-    bad "$tool usage error: $(cat "$work/err")"
-  grep -q '^\.SH EXIT STATUS' "$P/share/man/man1/$tool.1" && ok "$tool.1 has its exit status" ||
-    bad "$tool.1 without EXIT STATUS"
+  "$P/bin/$tool" --help >"$work/out" 2>"$work/err"; rc=$?
+  expect "$tool --help" '[ $rc = 0 ] && [ -s "$work/out" ] && [ ! -s "$work/err" ]'
+  expect "$tool --version" '[ "$("$P/bin/$tool" --version)" = "$tool $version" ]'
+  "$P/bin/$tool" --no-such-option >"$work/out" 2>"$work/err"; rc=$?
+  expect "$tool usage error" '[ $rc = 2 ] && [ ! -s "$work/out" ] && [ "$(wc -l <"$work/err")" = 1 ]'
+  expect "$tool.1 has its exit status" 'grep -q "^\.SH EXIT STATUS" "$P/share/man/man1/$tool.1"'
 done
 # Installed side by side, the tool and the host share the host's site file.
-"$P/bin/ftpzn-sites" --help | grep -qF "$P/bin/sites.dat" && ok "ftpzn-sites --help names $P/bin/sites.dat" ||
-  bad "ftpzn-sites --help does not name the installed host's file"
-"$P/bin/ftpzn-host" --help | grep -q -- --modeless && ok "ftpzn-host --help" || bad "ftpzn-host --help"
+expect "ftpzn-sites --help names $P/bin/sites.dat" '"$P/bin/ftpzn-sites" --help | grep -qF "$P/bin/sites.dat"'
+expect "ftpzn-host --help" '"$P/bin/ftpzn-host" --help | grep -q -- --modeless'
 
 # --- the Debian package, built and listed ---
 if (cd "$work" && cpack -G DEB -B "$work/deb" --config "$BUILD/CPackConfig.cmake") >"$work/cpack.log" 2>&1; then
+  rm "$work/cpack.log"
   deb=$(ls "$work"/deb/ftpzn_*.deb 2>/dev/null | head -1)
   dpkg-deb -c "$deb" >"$work/deb.list" 2>&1
-  missing=""
   for f in /usr/bin/ftpzn-ftp /usr/bin/ftpzn-sites /usr/bin/ftpzn-host /usr/include/ftpzn/ftpface.h \
            /ftpzn/ftpznConfig.cmake /pkgconfig/ftpzn.pc /libftpzn.so.0 /man1/ftpzn-ftp.1; do
-    grep -qF "$f" "$work/deb.list" || missing="$missing $f"
+    grep -qF "$f" "$work/deb.list" || bad "package without $f"
   done
   depends=$(dpkg-deb -f "$deb" Depends)
-  if [ -z "$missing" ] && echo "$depends" | grep -q libwxgtk3.2 && echo "$depends" | grep -q libwxbase3.2; then
-    ok "$(basename "$deb"): $(wc -l <"$work/deb.list") entries, Depends: $depends"
-  else
-    bad "package contents (missing:$missing; Depends: $depends)"; cat "$work/deb.list"
-  fi
+  expect "$(basename "$deb"), Depends: $depends" \
+    'echo "$depends" | grep -q libwxgtk3.2 && echo "$depends" | grep -q libwxbase3.2'
 else
-  cat "$work/cpack.log"; bad "cpack -G DEB"
+  bad "cpack -G DEB"
 fi
 
 [ $fail = 0 ] && echo "$passed passed, 0 failed" || echo "install test failed"
