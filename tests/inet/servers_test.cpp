@@ -1,37 +1,93 @@
 // The engine against real servers: the same test bodies run against
 // vsftpd, pure-ftpd and proftpd, which differ in replies, listings and
-// features (MLSD, UTF8, EPSV).
-#include <fcntl.h>
+// features (MLSD, UTF8, EPSV); and over TLS: vsftpd (explicit and implicit,
+// insisting that data connections resume the control connection's session)
+// and pure-ftpd (explicit), with certificates of a test CA that the process
+// trusts through SSL_CERT_FILE, and certificates that are wrong each in
+// their own way.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <fstream>
 #include <map>
+#include <random>
 
 #include "ftp_servers.h"
 #include "inet/inet.h"
 #include "inet/wirename.h"
-#include "transfers.h"
 
 namespace ftpzn::inet {
 namespace {
 
 using testing::FtpServerKind;
 using testing::FtpTestServer;
+using testing::FtpTlsMode;
+using testing::TestCertKind;
 
 const std::vector<size_t> kSizes = {0, 4096, 4097, 10 * 1024 * 1024};
+
+std::string RandomBytes(size_t size, unsigned seed) {
+  std::mt19937 rng(seed);
+  std::string s(size, '\0');
+  for (auto& c : s) c = static_cast<char>(rng());
+  return s;
+}
 
 void WriteLocal(const std::string& path, const std::string& bytes) {
   std::ofstream(path, std::ios::binary | std::ios::trunc) << bytes;
 }
 
-std::string ReadLocal(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(in), {});
+std::string LastReply() { return WideToWire(InternetGetLastResponseInfo()); }
+
+// Whole files, byte for byte, with the outcome Close reports checked.
+std::string Download(CFtpConnection& c, const std::wstring& name) {
+  auto file = c.OpenFile(name, GENERIC_READ, FTP_TRANSFER_TYPE_BINARY);
+  std::string data;
+  char block[4096];
+  for (uint32_t n; data.size() <= 64u << 20 && (n = file->Read(block, sizeof block)) > 0;) data.append(block, n);
+  SetLastError(99);
+  file->Close();
+  EXPECT_EQ(GetLastError(), 0u) << LastReply();
+  return data;
 }
 
+void Upload(CFtpConnection& c, const std::wstring& name, const std::string& bytes) {
+  auto file = c.OpenFile(name, GENERIC_WRITE, FTP_TRANSFER_TYPE_BINARY);
+  for (size_t at = 0; at < bytes.size(); at += 4096)
+    file->Write(bytes.data() + at, static_cast<uint32_t>(std::min<size_t>(4096, bytes.size() - at)));
+  SetLastError(99);
+  file->Close();
+  EXPECT_EQ(GetLastError(), 0u) << LastReply();
+}
+
+// A session with the tests' time-outs that records what it was asked about
+// certificates and answers as told.
+class TestSession : public CInternetSession {
+ public:
+  TestSession() : CInternetSession(L"ftpzn-tests") {
+    for (uint32_t option : {INTERNET_OPTION_CONNECT_TIMEOUT, INTERNET_OPTION_RECEIVE_TIMEOUT, INTERNET_OPTION_SEND_TIMEOUT})
+      SetOption(option, 10000);
+  }
+  bool OnUntrustedCertificate(const std::wstring&, uint16_t, const TlsPeerInfo& peer) override {
+    asked.push_back(peer);
+    return accept;
+  }
+  void OnProtocolTrace(bool out, const std::string& line) override {
+    if (out) sent.push_back(line);
+  }
+  std::unique_ptr<CFtpConnection> Connect(FtpTestServer& server, bool passive = true, TlsMode tls = TlsMode::None,
+                                          const std::wstring& password = WireToWide(FtpTestServer::kPassword)) {
+    return GetFtpConnection(WireToWide(server.Host()), WireToWide(FtpTestServer::kUser), password, server.Port(), passive, tls);
+  }
+  bool accept = false;
+  std::vector<TlsPeerInfo> asked;
+  std::vector<std::string> sent;
+};
+
+// One server per kind for the whole binary, over a tree made before it
+// starts: each test works in a directory of its own.
 void BuildTree(const std::string& root) {
   mkdir((root + "/empty").c_str(), 0755);
   mkdir((root + "/many").c_str(), 0755);
@@ -45,101 +101,59 @@ void BuildTree(const std::string& root) {
   WriteLocal(root + "/names/\xc3\xa9t\xc3\xa9 \xe6\x97\xa5\xe6\x9c\xac.txt", "utf8");
   mkdir((root + "/names/sub dir").c_str(), 0755);
   mkdir((root + "/down").c_str(), 0755);
-  for (size_t size : kSizes) {
-    WriteLocal(root + "/down/f" + std::to_string(size), RandomBytes(size, static_cast<unsigned>(size)));
-  }
-}
-
-// One server per kind for the whole binary, over a tree made before it
-// starts: each test works in a directory of its own.
-testing::SharedFtpServer& ServerFor(FtpServerKind kind) {
-  return testing::SharedServer(kind, "ftpzn-root-", BuildTree);
+  for (size_t size : kSizes) WriteLocal(root + "/down/f" + std::to_string(size), RandomBytes(size, static_cast<unsigned>(size)));
 }
 
 class ServerTest : public ::testing::TestWithParam<FtpServerKind> {
  protected:
   void SetUp() override {
-    testing::SharedFtpServer& s = ServerFor(GetParam());
+    testing::SharedFtpServer& s = testing::SharedServer(GetParam(), "ftpzn-root-", BuildTree);
     ASSERT_TRUE(s.server) << "cannot start " << testing::FtpServerName(GetParam()) << ": " << s.error;
     m_server = s.server.get();
     m_root = s.root;
-    m_session.SetOption(INTERNET_OPTION_CONNECT_TIMEOUT, 10000);
-    m_session.SetOption(INTERNET_OPTION_RECEIVE_TIMEOUT, 10000);
-    m_session.SetOption(INTERNET_OPTION_SEND_TIMEOUT, 10000);
   }
-
-  std::unique_ptr<CFtpConnection> Connect(bool passive = true) {
-    return m_session.GetFtpConnection(WireToWide(m_server->Host()), WireToWide(FtpTestServer::kUser),
-                                      WireToWide(FtpTestServer::kPassword), m_server->Port(), passive);
-  }
+  std::unique_ptr<CFtpConnection> Connect(bool passive = true) { return m_session.Connect(*m_server, passive); }
 
   // A fresh directory for one test, made by the server's account.
   std::wstring WorkDir(std::unique_ptr<CFtpConnection>& c, const std::wstring& suffix = {}) {
-    std::wstring dir =
-        L"/w_" + WireToWide(::testing::UnitTest::GetInstance()->current_test_info()->name()) + suffix;
-    for (auto& ch : dir) {
-      if (ch == L'/' && &ch != &dir[0]) ch = L'_';
-    }
-    EXPECT_TRUE(c->CreateDirectory(dir)) << WideToWire(InternetGetLastResponseInfo());
-    EXPECT_TRUE(c->SetCurrentDirectory(dir)) << WideToWire(InternetGetLastResponseInfo());
+    std::wstring dir = L"/w_" + WireToWide(::testing::UnitTest::GetInstance()->current_test_info()->name()) + suffix;
+    std::replace(dir.begin() + 1, dir.end(), L'/', L'_');
+    EXPECT_TRUE(c->CreateDirectory(dir)) << LastReply();
+    EXPECT_TRUE(c->SetCurrentDirectory(dir)) << LastReply();
     return dir;
   }
 
-  struct Found {
-    std::wstring name;
-    uint64_t size;
-    bool dir;
-    bool hasTime;
-  };
-  std::vector<Found> List(CFtpConnection& c, bool& ok) {
-    std::vector<Found> out;
+  struct Found { uint64_t size; bool dir, hasTime; };
+  std::map<std::wstring, Found> List(CFtpConnection& c, bool& ok) {
+    std::map<std::wstring, Found> out;
     CFtpFileFind find(&c);
     ok = find.FindFile();
-    bool more = ok;
-    for (int guard = 0; more && guard < 100000; ++guard) {
+    for (bool more = ok; more && out.size() < 100000;) {
       more = find.FindNextFile();
       uint64_t t = 0;
-      out.push_back({find.GetFileName(), find.GetLength(), find.IsDirectory(), find.GetLastWriteTime(t)});
+      out[find.GetFileName()] = {find.GetLength(), find.IsDirectory(), find.GetLastWriteTime(t)};
       EXPECT_FALSE(find.IsDots());
     }
-    find.Close();
     return out;
   }
 
-  CInternetSession m_session{L"ftpzn-tests"};
+  TestSession m_session;
   FtpTestServer* m_server = nullptr;
   std::string m_root;
 };
 
-TEST_P(ServerTest, LoginGoodAndBad) {
+// Refusals are 12003 with the server's own reply, and leave the session
+// usable.
+TEST_P(ServerTest, DirectoryCommands) {
   auto c = Connect();
   std::wstring dir;
   ASSERT_TRUE(c->GetCurrentDirectory(dir));
   EXPECT_EQ(dir, L"/");
-  c->Close();
-
-  try {
-    m_session.GetFtpConnection(WireToWide(m_server->Host()), WireToWide(FtpTestServer::kUser), L"wrong",
-                               m_server->Port(), true);
-    FAIL() << "a wrong password logged in";
-  } catch (const CInternetException& e) {
-    EXPECT_EQ(e.m_dwError, 12014u);
-    EXPECT_EQ(GetLastError(), 12014u);
-    EXPECT_EQ(InternetGetLastResponseInfo().substr(0, 3), L"530");
-    std::wstring text;
-    EXPECT_TRUE(e.GetErrorMessage(text));
-    EXPECT_NE(text.find(L"password is incorrect"), std::wstring::npos);
-  }
-}
-
-TEST_P(ServerTest, DirectoryCommands) {
-  auto c = Connect();
   std::wstring base = WorkDir(c);
   EXPECT_TRUE(c->CreateDirectory(L"sub"));
   EXPECT_FALSE(c->CreateDirectory(L"sub"));  // exists
   EXPECT_EQ(GetLastError(), 12003u);
   ASSERT_TRUE(c->SetCurrentDirectory(L"sub"));
-  std::wstring dir;
   ASSERT_TRUE(c->GetCurrentDirectory(dir));
   EXPECT_EQ(dir, base + L"/sub");
   Upload(*c, L"inner.txt", "x");
@@ -158,75 +172,74 @@ TEST_P(ServerTest, DirectoryCommands) {
   EXPECT_EQ(dir, base);
 }
 
-TEST_P(ServerTest, ListingEmptyManyAndOddNames) {
+// Nothing found is no failure without a reply: the last response is the
+// server's end of the listing, not a description of our own. Names work as
+// arguments too. A find, and then a file, hold the connection until done.
+TEST_P(ServerTest, ListingsAndTheConnectionTheyHold) {
   auto c = Connect();
   ASSERT_TRUE(c->SetCurrentDirectory(L"/empty"));
   bool ok = true;
   EXPECT_TRUE(List(*c, ok).empty());
   EXPECT_FALSE(ok);
   EXPECT_EQ(GetLastError(), 18u);
-  // Nothing found is no failure without a reply: the last response is the
-  // server's end of the listing, not a description of our own.
   EXPECT_EQ(InternetGetLastResponseInfo().substr(0, 3), L"226");
 
   ASSERT_TRUE(c->SetCurrentDirectory(L"/many"));
   auto many = List(*c, ok);
   ASSERT_TRUE(ok);
   ASSERT_EQ(many.size(), 1000u);
-  std::sort(many.begin(), many.end(), [](auto& a, auto& b) { return a.name < b.name; });
   for (int i = 0; i < 1000; ++i) {
     wchar_t name[32];
     swprintf(name, 32, L"file%04d.txt", i);
-    EXPECT_EQ(many[i].name, name);
-    EXPECT_EQ(many[i].size, static_cast<uint64_t>(i));
-    EXPECT_FALSE(many[i].dir);
-    EXPECT_TRUE(many[i].hasTime);
+    ASSERT_TRUE(many.count(name)) << i;
+    EXPECT_EQ(many[name].size, static_cast<uint64_t>(i));
+    EXPECT_FALSE(many[name].dir);
+    EXPECT_TRUE(many[name].hasTime);
   }
 
   ASSERT_TRUE(c->SetCurrentDirectory(L"/names"));
   auto names = List(*c, ok);
   ASSERT_TRUE(ok);
-  std::map<std::wstring, Found> byName;
-  for (auto& f : names) byName[f.name] = f;
-  EXPECT_EQ(byName.size(), 3u);
-  ASSERT_TRUE(byName.count(L"with spaces.txt"));
-  EXPECT_EQ(byName[L"with spaces.txt"].size, 6u);
   const std::wstring utf8 = L"\u00e9t\u00e9 \u65e5\u672c.txt";
-  ASSERT_TRUE(byName.count(utf8));
-  EXPECT_EQ(byName[utf8].size, 4u);
-  ASSERT_TRUE(byName.count(L"sub dir"));
-  EXPECT_TRUE(byName[L"sub dir"].dir);
-  // The names work as arguments too.
+  EXPECT_EQ(names.size(), 3u);
+  ASSERT_TRUE(names.count(L"with spaces.txt") && names.count(utf8) && names.count(L"sub dir"));
+  EXPECT_EQ(names[L"with spaces.txt"].size, 6u);
+  EXPECT_EQ(names[utf8].size, 4u);
+  EXPECT_TRUE(names[L"sub dir"].dir);
   EXPECT_EQ(Download(*c, L"with spaces.txt"), "spaces");
   EXPECT_EQ(Download(*c, utf8), "utf8");
-  EXPECT_TRUE(c->SetCurrentDirectory(L"sub dir"));
-}
 
-TEST_P(ServerTest, FindHoldsTheConnectionUntilDone) {
-  auto c = Connect();
-  ASSERT_TRUE(c->SetCurrentDirectory(L"/names"));
   CFtpFileFind find(c.get());
   ASSERT_TRUE(find.FindFile());
   std::wstring dir;
   EXPECT_FALSE(c->GetCurrentDirectory(dir));
   EXPECT_EQ(GetLastError(), 12110u);
-  while (find.FindNextFile()) {
+  for (int guard = 0; guard < 10 && find.FindNextFile(); ++guard) {
   }
   EXPECT_TRUE(c->GetCurrentDirectory(dir));  // the last entry was reached
   find.Close();
-
   auto file = c->OpenFile(L"with spaces.txt");
-  EXPECT_FALSE(c->SetCurrentDirectory(L"/"));
+  EXPECT_FALSE(c->SetCurrentDirectory(L"sub dir"));
   EXPECT_EQ(GetLastError(), 12110u);
   EXPECT_THROW(c->OpenFile(L"with spaces.txt"), CInternetException);
   file->Close();
-  EXPECT_TRUE(c->SetCurrentDirectory(L"/"));
+  EXPECT_TRUE(c->SetCurrentDirectory(L"sub dir"));
 }
 
-TEST_P(ServerTest, DownloadByteExactPassiveAndActive) {
+// Every size both ways, passive and active; a refused download is 12003
+// with the server's reply, and one closed early leaves the connection
+// usable.
+TEST_P(ServerTest, TransfersByteExactPassiveAndActive) {
   for (bool passive : {true, false}) {
     SCOPED_TRACE(passive ? "passive" : "active");
     auto c = Connect(passive);
+    std::wstring dir = WorkDir(c, passive ? L"_p" : L"_a");
+    for (size_t size : kSizes) {
+      std::string bytes = RandomBytes(size, static_cast<unsigned>(size) + 7);
+      Upload(*c, L"u" + std::to_wstring(size), bytes);
+      std::ifstream in(m_root + WideToWire(dir) + "/u" + std::to_string(size), std::ios::binary);
+      EXPECT_TRUE(std::string(std::istreambuf_iterator<char>(in), {}) == bytes) << "content of u" << size;
+    }
     ASSERT_TRUE(c->SetCurrentDirectory(L"/down"));
     for (size_t size : kSizes) {
       std::string got = Download(*c, L"f" + std::to_wstring(size));
@@ -236,29 +249,13 @@ TEST_P(ServerTest, DownloadByteExactPassiveAndActive) {
     EXPECT_THROW(c->OpenFile(L"missing"), CInternetException);
     EXPECT_EQ(GetLastError(), 12003u);
     EXPECT_EQ(InternetGetLastResponseInfo().substr(0, 3), L"550");
-    // A download closed early leaves the connection usable.
     auto file = c->OpenFile(L"f" + std::to_wstring(kSizes.back()));
     char block[4096];
     EXPECT_EQ(file->Read(block, sizeof block), sizeof block);
     file->Close();
-    std::wstring dir;
-    EXPECT_TRUE(c->GetCurrentDirectory(dir));
-    EXPECT_EQ(dir, L"/down");
-  }
-}
-
-TEST_P(ServerTest, UploadByteExactPassiveAndActive) {
-  for (bool passive : {true, false}) {
-    SCOPED_TRACE(passive ? "passive" : "active");
-    auto c = Connect(passive);
-    std::wstring dir = WorkDir(c, passive ? L"_p" : L"_a");
-    for (size_t size : kSizes) {
-      std::string bytes = RandomBytes(size, static_cast<unsigned>(size) + 7);
-      Upload(*c, L"u" + std::to_wstring(size), bytes);
-      std::string onDisk = ReadLocal(m_root + WideToWire(dir) + "/u" + std::to_string(size));
-      EXPECT_EQ(onDisk.size(), size);
-      EXPECT_TRUE(onDisk == bytes) << "content of u" << size;
-    }
+    std::wstring cwd;
+    EXPECT_TRUE(c->GetCurrentDirectory(cwd));
+    EXPECT_EQ(cwd, L"/down");
   }
 }
 
@@ -272,8 +269,7 @@ TEST_P(ServerTest, Ipv6) {
     GTEST_SKIP() << testing::FtpServerName(GetParam()) << " does not serve IPv6 here: " << error;
   }
   for (bool passive : {true, false}) {
-    auto c = m_session.GetFtpConnection(L"::1", WireToWide(FtpTestServer::kUser),
-                                        WireToWide(FtpTestServer::kPassword), server->Port(), passive);
+    auto c = m_session.GetFtpConnection(L"::1", WireToWide(FtpTestServer::kUser), WireToWide(FtpTestServer::kPassword), server->Port(), passive);
     EXPECT_EQ(Download(*c, L"six.txt"), "over ipv6") << (passive ? "passive" : "active");
   }
   server->Stop();
@@ -283,35 +279,39 @@ TEST_P(ServerTest, Ipv6) {
 // The workers' pool: a closed connection is handed to the next login that
 // matches it exactly and behaves as a new one; one the server ended while
 // it waited is replaced without a failure; emptying the pool leaves no
-// session on the server.
+// session on the server. A wrong password is refused with the server's 530
+// and the table's text.
 TEST_P(ServerTest, PooledConnectionsHandedOnReplacedAndEmptied) {
   using namespace std::chrono_literals;
   EmptyConnectionPool();
   ASSERT_TRUE(m_server->WaitForSessionCount(0, 5s));
-  CInternetSession pooling(L"ftpzn-tests");
-  pooling.EnableConnectionPool();
-  auto first = pooling.GetFtpConnection(WireToWide(m_server->Host()), WireToWide(FtpTestServer::kUser),
-                                        WireToWide(FtpTestServer::kPassword), m_server->Port(), true);
+  m_session.EnableConnectionPool();
+  auto first = Connect();
   std::wstring base = WorkDir(first);
   Upload(*first, L"one", "1");
   first->Close();
   EXPECT_EQ(PooledConnectionCount(), 1u);
 
   // Not for another password, nor another port: those log in on their own.
-  EXPECT_THROW(pooling.GetFtpConnection(WireToWide(m_server->Host()), WireToWide(FtpTestServer::kUser), L"wrong",
-                                        m_server->Port(), true),
-               CInternetException);
-  EXPECT_THROW(pooling.GetFtpConnection(WireToWide(m_server->Host()), WireToWide(FtpTestServer::kUser),
-                                        WireToWide(FtpTestServer::kPassword), testing::ClosedPort(), true),
-               CInternetException);
+  try {
+    m_session.Connect(*m_server, true, TlsMode::None, L"wrong");
+    ADD_FAILURE() << "a wrong password logged in";
+  } catch (const CInternetException& e) {
+    EXPECT_EQ(e.m_dwError, 12014u);
+    EXPECT_EQ(GetLastError(), 12014u);
+    EXPECT_EQ(InternetGetLastResponseInfo().substr(0, 3), L"530");
+    std::wstring text;
+    EXPECT_TRUE(e.GetErrorMessage(text));
+    EXPECT_NE(text.find(L"password is incorrect"), std::wstring::npos);
+  }
+  EXPECT_THROW(m_session.GetFtpConnection(WireToWide(m_server->Host()), WireToWide(FtpTestServer::kUser), WireToWide(FtpTestServer::kPassword), testing::ClosedPort(), true), CInternetException);
   EXPECT_EQ(PooledConnectionCount(), 1u);
 
   // Handed on: no new session, and it stands where a new one would.
-  auto second = pooling.GetFtpConnection(WireToWide(m_server->Host()), WireToWide(FtpTestServer::kUser),
-                                         WireToWide(FtpTestServer::kPassword), m_server->Port(), true);
+  auto second = Connect();
   EXPECT_EQ(PooledConnectionCount(), 0u);
   std::wstring dir;
-  ASSERT_TRUE(second->GetCurrentDirectory(dir)) << WideToWire(InternetGetLastResponseInfo());
+  ASSERT_TRUE(second->GetCurrentDirectory(dir)) << LastReply();
   EXPECT_EQ(dir, L"/");
   ASSERT_TRUE(second->SetCurrentDirectory(base));
   EXPECT_EQ(Download(*second, L"one"), "1");
@@ -321,9 +321,8 @@ TEST_P(ServerTest, PooledConnectionsHandedOnReplacedAndEmptied) {
   ASSERT_EQ(PooledConnectionCount(), 1u);
   m_server->EndSessions();
   ASSERT_TRUE(m_server->WaitForSessionCount(0, 5s));
-  auto third = pooling.GetFtpConnection(WireToWide(m_server->Host()), WireToWide(FtpTestServer::kUser),
-                                        WireToWide(FtpTestServer::kPassword), m_server->Port(), true);
-  ASSERT_TRUE(third->SetCurrentDirectory(base)) << WideToWire(InternetGetLastResponseInfo());
+  auto third = Connect();
+  ASSERT_TRUE(third->SetCurrentDirectory(base)) << LastReply();
   EXPECT_EQ(Download(*third, L"one"), "1");
   third->Close();
 
@@ -332,10 +331,132 @@ TEST_P(ServerTest, PooledConnectionsHandedOnReplacedAndEmptied) {
   EXPECT_TRUE(m_server->WaitForSessionCount(0, 5s)) << m_server->SessionCount() << " sessions left";
 }
 
-INSTANTIATE_TEST_SUITE_P(Servers, ServerTest,
-                         ::testing::Values(FtpServerKind::Vsftpd, FtpServerKind::PureFtpd,
-                                           FtpServerKind::Proftpd),
+INSTANTIATE_TEST_SUITE_P(Servers, ServerTest, ::testing::Values(FtpServerKind::Vsftpd, FtpServerKind::PureFtpd, FtpServerKind::Proftpd),
                          [](const auto& info) { return std::string(testing::FtpServerName(info.param)); });
+
+// Servers by kind, mode and certificate, each started once for the binary.
+FtpTestServer* TlsServer(FtpServerKind kind, FtpTlsMode mode, TestCertKind cert) {
+  std::string error;
+  if (!testing::TrustTestCertificates(error)) {
+    ADD_FAILURE() << error;
+    return nullptr;
+  }
+  testing::SharedFtpServer& s = testing::SharedServer(kind, "ftpzn-tls-", nullptr, {mode, cert});
+  if (!s.server) ADD_FAILURE() << "cannot start " << testing::FtpServerName(kind) << ": " << s.error;
+  return s.server.get();
+}
+
+struct TlsRow { const char* name; FtpServerKind kind; FtpTlsMode mode; bool resumesSessions; };
+
+class TlsServerTest : public ::testing::TestWithParam<TlsRow> {};
+
+// Uploads and downloads of every size one after another on one control
+// connection, passive and active: every data connection resumes a session
+// (vsftpd refuses those that do not), including after the TLS 1.3 tickets
+// that arrive once the handshake is over. The second control connection
+// resumes the first one's session where the server hands out tickets
+// (pure-ftpd gives none under TLS 1.3).
+TEST_P(TlsServerTest, TransfersInARowAreByteExact) {
+  const TlsRow& row = GetParam();
+  FtpTestServer* server = TlsServer(row.kind, row.mode, TestCertKind::Trusted);
+  ASSERT_TRUE(server);
+  TestSession session;
+  const TlsMode mode = row.mode == FtpTlsMode::Implicit ? TlsMode::Implicit : TlsMode::Explicit;
+  for (const bool passive : {true, false}) {
+    SCOPED_TRACE(passive ? "passive" : "active");
+    auto c = session.Connect(*server, passive, mode);
+    const TlsPeerInfo* tls = c->GetTlsInfo();
+    ASSERT_TRUE(tls);
+    EXPECT_EQ(tls->protocol, "TLS 1.3");
+    EXPECT_FALSE(tls->cipher.empty());
+    EXPECT_EQ(tls->problem, 0u);
+    EXPECT_NE(tls->subject.find("CN=localhost"), std::string::npos) << tls->subject;
+    EXPECT_EQ(tls->resumed, !passive && row.resumesSessions);
+    const std::wstring dir = passive ? L"/tls_passive" : L"/tls_active";
+    c->CreateDirectory(dir);
+    ASSERT_TRUE(c->SetCurrentDirectory(dir)) << LastReply();
+    const size_t sizes[] = {0, 4096, 10 * 1024 * 1024};
+    for (size_t size : sizes) Upload(*c, L"f" + std::to_wstring(size), RandomBytes(size, unsigned(size)));
+    CFtpFileFind find(c.get());
+    ASSERT_TRUE(find.FindFile()) << LastReply();
+    size_t listed = 0;
+    for (bool more = true; more && listed < 10; ++listed) more = find.FindNextFile();
+    find.Close();
+    EXPECT_EQ(listed, 3u);
+    for (size_t size : sizes) EXPECT_TRUE(Download(*c, L"f" + std::to_wstring(size)) == RandomBytes(size, unsigned(size))) << size;
+  }
+  EXPECT_TRUE(session.asked.empty());
+}
+
+INSTANTIATE_TEST_SUITE_P(Servers, TlsServerTest,
+                         ::testing::Values(TlsRow{"vsftpd_explicit", FtpServerKind::Vsftpd, FtpTlsMode::Explicit, true},
+                                           TlsRow{"vsftpd_implicit", FtpServerKind::Vsftpd, FtpTlsMode::Implicit, true},
+                                           TlsRow{"pureftpd_explicit", FtpServerKind::PureFtpd, FtpTlsMode::Explicit, false}),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+// An untrusted certificate is refused with the reason unless the session
+// accepts it (asked once, then known to the session), or was told its
+// fingerprint beforehand; a data connection's certificate is checked too.
+TEST(Certificates, UntrustedIsRefusedAskedOrPinned) {
+  const struct { TestCertKind cert; uint32_t error; const char* why; } rows[] = {
+      {TestCertKind::SelfSigned, kErrCertUntrusted, "self-signed"},
+      {TestCertKind::OtherHost, kErrCertHost, "another host than 127.0.0.1"},
+      {TestCertKind::Expired, kErrCertDate, "expired on 2021-01-01"},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.why);
+    FtpTestServer* server = TlsServer(FtpServerKind::Vsftpd, FtpTlsMode::Explicit, row.cert);
+    ASSERT_TRUE(server);
+    TestSession session;
+    try {
+      session.Connect(*server, true, TlsMode::Explicit);
+      ADD_FAILURE() << "an untrusted certificate was accepted";
+    } catch (const CInternetException& e) {
+      EXPECT_EQ(e.m_dwError, row.error);
+      std::wstring text;
+      EXPECT_TRUE(e.GetErrorMessage(text));
+      EXPECT_NE(text.find(L"certificate"), std::wstring::npos);
+    }
+    const std::string response = LastReply();
+    EXPECT_NE(response.find(row.why), std::string::npos) << response;
+    ASSERT_EQ(session.asked.size(), 1u);
+    const TlsPeerInfo peer = session.asked[0];
+    EXPECT_EQ(peer.problem, row.error);
+    EXPECT_NE(response.find(peer.fingerprint), std::string::npos) << response;
+    EXPECT_EQ(peer.fingerprint.size(), 95u);
+
+    session.accept = true;
+    auto c = session.Connect(*server, true, TlsMode::Explicit);
+    CFtpFileFind find(c.get());
+    EXPECT_FALSE(find.FindFile());
+    EXPECT_EQ(GetLastError(), kErrNoMoreFiles);
+    find.Close();
+    c.reset();
+    auto again = session.Connect(*server, true, TlsMode::Explicit);
+    EXPECT_EQ(session.asked.size(), 2u);  // the second connection of the session did not ask
+
+    TestSession pinned;
+    pinned.TrustCertificate("SHA256:" + peer.fingerprint);
+    EXPECT_TRUE(pinned.Connect(*server, true, TlsMode::Explicit));
+    EXPECT_TRUE(pinned.asked.empty());
+  }
+}
+
+// A server without TLS: the connection fails before anything else is sent,
+// the password above all.
+TEST(Certificates, NoLoginInClearText) {
+  testing::SharedFtpServer& plain = testing::SharedServer(FtpServerKind::Vsftpd, "ftpzn-root-", BuildTree);
+  ASSERT_TRUE(plain.server) << plain.error;
+  TestSession session;
+  try {
+    session.Connect(*plain.server, true, TlsMode::Explicit);
+    ADD_FAILURE() << "connected without TLS";
+  } catch (const CInternetException& e) {
+    EXPECT_EQ(e.m_dwError, kErrSecureChannel);
+  }
+  EXPECT_EQ(session.sent, std::vector<std::string>{"AUTH TLS"});
+  EXPECT_NE(LastReply().find("refused TLS"), std::string::npos) << LastReply();
+}
 
 }  // namespace
 }  // namespace ftpzn::inet
