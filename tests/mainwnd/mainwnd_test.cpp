@@ -1,24 +1,24 @@
-// The main window and the entry classes as a host meets them: real windows
-// under Xvfb, modal runs ended through the window's own commands.
+// The main window, its controls and the entry classes as a host meets them:
+// real windows under Xvfb, modal runs ended through the window's own
+// commands.
 #include <gtest/gtest.h>
 #include <wx/app.h>
 #include <wx/button.h>
 #include <wx/evtloop.h>
+#include <wx/gauge.h>
 #include <wx/menu.h>
-#include <wx/panel.h>
-#include <wx/textctrl.h>
-#include <wx/timer.h>
+#include <wx/settings.h>
+#include <wx/stattext.h>
 #include <wx/uiaction.h>
-#include <wx/weakref.h>
-
-#include <functional>
-#include <memory>
-#include <vector>
 
 #include <ftpzn/ftpface.h>
 #include "gui_harness.h"
 #include "mainwnd/dlgftpmainwnd.h"
 #include "transfer/dlgftptransfermanager.h"
+#include "ui/dlginputstring.h"
+#include "ui/dlgwaitmessage.h"
+#include "ui/infobarctrl.h"
+#include "ui/traceview.h"
 
 using ftpzn::test::DialogScript;
 using ftpzn::test::PumpFor;
@@ -34,462 +34,444 @@ std::vector<CDlgFTPMainWnd*> MainWindows() {
   return found;
 }
 
-void SendCommand(wxWindow* window, int id) {
-  wxCommandEvent event(wxEVT_MENU, id);
+void SendCommand(wxWindow* window, int id, wxEventType type = wxEVT_MENU) {
+  wxCommandEvent event(type, id);
   event.SetEventObject(window);
   window->ProcessWindowEvent(event);
 }
 
-// Runs `action` once the modal run of a main window has begun.
-void WhenModal(std::function<void(CDlgFTPMainWnd*)> action) {
-  wxTheApp->CallAfter([action] {
+// Runs `action` once the modal run of a main window has begun, then ends
+// the run with Exit OK when `exitOk`.
+void WhenModal(std::function<void(CDlgFTPMainWnd*)> action, bool exitOk = true) {
+  wxTheApp->CallAfter([action, exitOk] {
     CDlgFTPMainWnd* running = nullptr;
     ASSERT_TRUE(PumpUntil([&] {
-      for (CDlgFTPMainWnd* w : MainWindows())
-        if (w->IsModalRun()) running = w;
+      for (CDlgFTPMainWnd* w : MainWindows()) running = w->IsModalRun() ? w : running;
       return running != nullptr;
     }));
     action(running);
+    if (exitOk) SendCommand(running, 9095);
   });
 }
 
-struct Layout {
-  std::vector<wxRect> rects;
-  bool operator==(const Layout&) const = default;
-};
-
-Layout Snapshot(CDlgFTPMainWnd& w) {
-  Layout l;
-  for (wxWindow* c : w.Client()->GetChildren()) l.rects.push_back(c->GetRect());
-  return l;
+// Shows `dialog` modally, letting `interact` use it for real; returns its result.
+template <typename Dialog>
+int RunModal(Dialog& dialog, std::function<void(Dialog*)> interact) {
+  DialogScript::Expect({.description = typeid(Dialog).name(), .answer = {}, .interact = [interact](wxDialog* d) {
+                          ASSERT_NE(dynamic_cast<Dialog*>(d), nullptr);  // the harness's watchdog ends it
+                          interact(dynamic_cast<Dialog*>(d));
+                        }});
+  return dialog.ShowModal();
 }
 
 class MainWindowTest : public testing::Test {
  protected:
   void SetUp() override {
-    m_window = std::make_unique<CDlgFTPMainWnd>();
-    ASSERT_TRUE(m_window->Create());
-    m_window->Show();
+    ASSERT_TRUE(m_window->Create() && m_window->Show());
     PumpUntil([&] { return m_window->IsShownOnScreen(); });
   }
-  void TearDown() override {
-    m_window.reset();
-    DialogScript::VerifyAndClear();
-  }
+  void TearDown() override { m_window.reset(), DialogScript::VerifyAndClear(); }
   void ResizeClient(int w, int h) {
     m_window->SetClientSize(w, h);
     PumpUntil([&] { return m_window->Client()->GetClientSize() == wxSize(w, h); });
   }
   wxRect Rect(int id) { return m_window->Client()->FindWindow(id)->GetRect(); }
+  std::vector<wxRect> Layout() {
+    std::vector<wxRect> rects;
+    for (wxWindow* c : m_window->Client()->GetChildren()) rects.push_back(c->GetRect());
+    return rects;
+  }
+  // Rows of {id, left, top, right, bottom}, right and bottom one past the
+  // edge; kAny skips an edge.
+  static constexpr int kAny = -1;
+  void ExpectEdges(std::initializer_list<std::array<int, 5>> rows) {
+    for (const auto& [id, left, top, right, bottom] : rows) {
+      const wxRect r = Rect(id);
+      const std::array<int, 4> want{left, top, right, bottom}, got{r.x, r.y, r.GetRight() + 1, r.GetBottom() + 1};
+      for (int i = 0; i < 4; ++i)
+        if (want[i] != kAny) { EXPECT_EQ(got[i], want[i]) << id << ", edge " << i; }
+    }
+  }
 
-  std::unique_ptr<CDlgFTPMainWnd> m_window;
+  std::unique_ptr<CDlgFTPMainWnd> m_window = std::make_unique<CDlgFTPMainWnd>();
 };
 
-TEST_F(MainWindowTest, OpensWithMenusColumnsAndDisconnected) {
+TEST_F(MainWindowTest, OpensWithMenusColumnsButtonsAndAHiddenTransferManager) {
   wxMenuBar* bar = m_window->GetMenuBar();
-  ASSERT_NE(bar, nullptr);
   ASSERT_EQ(bar->GetMenuCount(), 5u);
-  EXPECT_EQ(bar->GetMenuLabelText(0), "File");
-  EXPECT_EQ(bar->GetMenuLabelText(4), "Transfer");
-  EXPECT_EQ(bar->GetLabel(9094), "Connect...");
-  EXPECT_EQ(bar->GetLabel(9113), "Save List...");
-  EXPECT_EQ(bar->GetLabel(9112), "Save list...");
-  EXPECT_EQ(m_window->GetTitle(), "FTP transfer...");
-  for (CFtpListzn* pane : {static_cast<CFtpListzn*>(&m_window->m_ctrlLocal),
-                           static_cast<CFtpListzn*>(&m_window->m_ctrlRemote)}) {
-    ASSERT_EQ(pane->GetColumnCount(), 4);
+  const wxString labels[][2] = {{bar->GetMenuLabelText(0), "File"},    {bar->GetMenuLabelText(4), "Transfer"},
+                                {bar->GetLabel(9094), "Connect..."},   {bar->GetLabel(9113), "Save List..."},
+                                {bar->GetLabel(9112), "Save list..."}, {m_window->GetTitle(), "FTP transfer..."}};
+  for (const auto& [got, want] : labels) EXPECT_EQ(got, want);
+  for (CFtpListzn* pane : std::initializer_list<CFtpListzn*>{&m_window->m_ctrlLocal, &m_window->m_ctrlRemote}) {
     wxListItem column;
     column.SetMask(wxLIST_MASK_TEXT | wxLIST_MASK_WIDTH);
-    pane->GetColumn(1, column);
-    EXPECT_EQ(column.GetText(), "Size");
+    EXPECT_TRUE(pane->GetColumnCount() == 4 && pane->GetColumn(1, column) && column.GetText() == "Size");
     // Wide enough for the largest size a row can hold, in the list's font.
     EXPECT_GT(column.GetWidth(), pane->GetTextExtent("4,194,304 KB").x);
   }
-  EXPECT_EQ(m_window->m_ctrlLocal.GetId(), 9068);
-  EXPECT_EQ(m_window->m_ctrlRemote.GetId(), 9065);
   EXPECT_EQ(m_window->m_ctrlRemote.GetItemCount(), 0);
   for (int id : {9097, 9077, 9075, 9071, 9094, 9095}) {
     auto* button = dynamic_cast<wxButton*>(m_window->Client()->FindWindow(id));
-    ASSERT_NE(button, nullptr) << id;
-    EXPECT_TRUE(button->GetBitmap().IsOk()) << id;
+    EXPECT_TRUE(button && button->GetBitmap().IsOk()) << id;
   }
-  ASSERT_NE(m_window->m_pTransferManager, nullptr);
-  EXPECT_FALSE(m_window->m_pTransferManager->IsShown());
-  // The scheduler's first tick overwrote the handed limit with 1; a window
-  // just made still shows what it handed over.
-  EXPECT_EQ(m_window->m_pTransferManager->m_nTransferMax, 1);
-  {
-    CDlgFTPMainWnd fresh;
-    ASSERT_TRUE(fresh.Create());
-    EXPECT_EQ(fresh.m_pTransferManager->m_nTransferMax, 10);
-  }
-  EXPECT_EQ(m_window->m_pTransferManager->m_nConnectionTimeout, 30);
-  EXPECT_EQ(m_window->m_pTransferManager->m_bRemoveFailed, 0);
-  EXPECT_EQ(m_window->m_pTransferManager->m_pFtpMainWnd, m_window.get());
-  const std::string shot = ftpzn::test::SaveScreenshot("main-window");
-  EXPECT_FALSE(shot.empty());
+  CDlgFtpTransferManager* manager = m_window->m_pTransferManager;
+  ASSERT_NE(manager, nullptr);
+  EXPECT_FALSE(manager->IsShown());
+  // The scheduler's first tick overwrote the handed limit of 10 with 1; a
+  // window just made still shows what it handed over.
+  CDlgFTPMainWnd fresh;
+  ASSERT_TRUE(fresh.Create());
+  EXPECT_EQ(std::tuple(manager->m_nTransferMax, fresh.m_pTransferManager->m_nTransferMax,
+                       manager->m_nConnectionTimeout, manager->m_bRemoveFailed, manager->m_pFtpMainWnd),
+            std::tuple(1, 10, 30, 0, m_window.get()));
+  EXPECT_FALSE(ftpzn::test::SaveScreenshot("main-window").empty());
 }
 
-TEST_F(MainWindowTest, ResizingMovesTheRemoteSideAndTracesButNothingBelowTheOpeningSize) {
-  const Layout opening = Snapshot(*m_window);
-  const int T = Rect(9081).height;
-  ResizeClient(1100, 720);
-  const int W = 1100, H = 720;
-  EXPECT_EQ(Rect(9073).GetRight() + 1, W - 10);
-  EXPECT_EQ(Rect(9065).GetRight() + 1, W - 10);
-  EXPECT_EQ(Rect(9083).GetRight() + 1, W - 10);
-  for (int trace : {9081, 9083}) {
-    EXPECT_EQ(Rect(trace).y, H - T - 10);
-    EXPECT_EQ(Rect(trace).height, T);
-  }
-  EXPECT_EQ(Rect(9068).GetBottom() + 1, H - T - 16);
-  EXPECT_EQ(Rect(9065).GetBottom() + 1, H - T - 16);
-  EXPECT_EQ(Rect(24025).GetBottom() + 1, H - T - 10);
-  // The local side and the button column keep their places.
-  EXPECT_EQ(Rect(9072), wxRect(10, 10, 380, 24));
-  EXPECT_EQ(Rect(9068).GetRight() + 1, 390);
-  EXPECT_EQ(Rect(9075).GetPosition(), wxPoint(404, 130));
-
-  const Layout grown = Snapshot(*m_window);
+TEST_F(MainWindowTest, ResizeAndBothSplitsMoveThePanesWithinTheirLimits) {
+  // Growing moves the remote side and the traces; nothing goes below the
+  // opening size.
+  const std::vector<wxRect> opening = Layout();
+  const int T = Rect(9081).height, W = 1100, H = 720;
+  ResizeClient(W, H);
+  ExpectEdges({{9073, kAny, kAny, W - 10, kAny}, {9065, kAny, kAny, W - 10, H - T - 16},
+               {9083, kAny, H - T - 10, W - 10, H - 10}, {9081, kAny, H - T - 10, kAny, H - 10},
+               {24025, kAny, kAny, kAny, H - T - 10}, {9068, kAny, kAny, 390, H - T - 16},
+               {9072, 10, 10, 390, 34}, {9075, 404, 130, kAny, kAny}});  // the local side and the buttons stay
+  const std::vector<wxRect> grown = Layout();
   ResizeClient(CDlgFTPMainWnd::kClientWidth - 100, CDlgFTPMainWnd::kClientHeight + 40);
-  EXPECT_EQ(Snapshot(*m_window), grown) << "narrower than the opening size: nothing moves";
+  EXPECT_EQ(Layout(), grown) << "narrower than the opening size: nothing moves";
   ResizeClient(CDlgFTPMainWnd::kClientWidth, CDlgFTPMainWnd::kClientHeight);
-  EXPECT_EQ(Snapshot(*m_window), opening);
-}
+  EXPECT_EQ(Layout(), opening);
 
-TEST_F(MainWindowTest, VerticalSplitMovesWithinItsLimits) {
+  // The horizontal bar stays below the vertical one and 20 pixels above the
+  // bottom; the trace grows upwards.
+  const wxRect hbar = Rect(24025), trace = Rect(9083), pane = Rect(9068);
+  const int vBottom = Rect(24024).GetBottom() + 1;
+  m_window->MoveHorizontalSplit(vBottom - hbar.y);
+  m_window->MoveHorizontalSplit(m_window->Client()->GetClientSize().y - 20 - (hbar.GetBottom() + 1));
+  EXPECT_EQ(Layout(), opening);
+  m_window->MoveHorizontalSplit(-50);
+  ExpectEdges({{24025, kAny, hbar.y - 50, kAny, kAny}, {9083, kAny, trace.y - 50, kAny, trace.GetBottom() + 1},
+               {9068, kAny, kAny, kAny, pane.GetBottom() - 49}, {9065, kAny, kAny, kAny, pane.GetBottom() - 49}});
+  m_window->MoveHorizontalSplit(vBottom + 1 - (hbar.y - 50));
+  EXPECT_EQ(Rect(24025).y, vBottom + 1) << "just below the vertical bar is allowed";
+
+  // A real drag of the vertical bar with the mouse.
   const wxRect localButton = Rect(9071);
-  const int editRight = Rect(9072).GetRight() + 1;  // 390
   const int client = m_window->Client()->GetClientSize().x;
-
-  // A real drag of the bar with the mouse.
-  const wxRect bar = Rect(24024);
-  const wxPoint start = m_window->Client()->ClientToScreen(bar.GetPosition() + wxPoint(3, 20));
+  const wxPoint start = m_window->Client()->ClientToScreen(Rect(24024).GetPosition() + wxPoint(3, 20));
   wxUIActionSimulator sim;
-  sim.MouseMove(start);
-  PumpFor(50);
-  sim.MouseDown();
-  PumpFor(50);
-  sim.MouseMove(start + wxPoint(40, 0));
-  PumpFor(50);
+  const auto pump = [](bool) { PumpFor(50); };
+  pump(sim.MouseMove(start));
+  pump(sim.MouseDown());
+  pump(sim.MouseMove(start + wxPoint(40, 0)));
   sim.MouseUp();
-  PumpUntil([&] { return Rect(9072).GetRight() + 1 != editRight; }, 2000);
-  EXPECT_EQ(Rect(9072).GetRight() + 1, editRight + 40);
-  EXPECT_EQ(Rect(9068).GetRight() + 1, editRight + 40);
-  EXPECT_EQ(Rect(9073).x, 450 + 40);
-  EXPECT_EQ(Rect(9073).GetRight() + 1, client - 10) << "the remote edit shrinks from the left";
-  EXPECT_EQ(Rect(9094).x, 404 + 40);
-  EXPECT_EQ(Rect(24024).x, 392 + 40);
-  EXPECT_EQ(Rect(24025).x, 392 + 40);
+  PumpUntil([&] { return Rect(9072).GetRight() + 1 != 390; }, 2000);
+  ExpectEdges({{9072, kAny, kAny, 430, kAny}, {9068, kAny, kAny, 430, kAny}, {9094, 444, kAny, kAny, kAny},
+               {24024, 432, kAny, kAny, kAny}, {24025, 432, kAny, kAny, kAny},
+               {9073, 490, kAny, client - 10, kAny}});  // the remote edit shrinks from the left
   EXPECT_EQ(Rect(9071), localButton) << "the Local button does not follow the split";
-
   // Moves are refused as a whole at 60 pixels from the left edge and 120
   // from the right one.
-  const Layout before = Snapshot(*m_window);
-  const int right = Rect(9072).GetRight() + 1;
-  m_window->MoveVerticalSplit(60 - right);
-  EXPECT_EQ(Snapshot(*m_window), before);
-  m_window->MoveVerticalSplit(client - 120 - right);
-  EXPECT_EQ(Snapshot(*m_window), before);
-  m_window->MoveVerticalSplit(client - 121 - right);
+  const std::vector<wxRect> before = Layout();
+  m_window->MoveVerticalSplit(60 - 430);
+  m_window->MoveVerticalSplit(client - 120 - 430);
+  EXPECT_EQ(Layout(), before);
+  m_window->MoveVerticalSplit(client - 121 - 430);
   EXPECT_EQ(Rect(9072).GetRight() + 1, client - 121);
   m_window->MoveVerticalSplit(61 - (client - 121));
   EXPECT_EQ(Rect(9072).GetRight() + 1, 61);
 }
 
-TEST_F(MainWindowTest, HorizontalSplitStaysBelowTheVerticalBarAndAboveTheBottom) {
-  const wxRect bar = Rect(24025);
-  const int vBottom = Rect(24024).GetBottom() + 1;
-  const int clientBottom = m_window->Client()->GetClientSize().y;
-  const Layout before = Snapshot(*m_window);
-  m_window->MoveHorizontalSplit(vBottom - bar.y);  // top onto the vertical bar's bottom
-  EXPECT_EQ(Snapshot(*m_window), before);
-  m_window->MoveHorizontalSplit(clientBottom - 20 - (bar.GetBottom() + 1));
-  EXPECT_EQ(Snapshot(*m_window), before);
-
-  const wxRect trace = Rect(9083);
-  const wxRect pane = Rect(9068);
-  m_window->MoveHorizontalSplit(-50);
-  EXPECT_EQ(Rect(24025).y, bar.y - 50);
-  EXPECT_EQ(Rect(9068).GetBottom(), pane.GetBottom() - 50);
-  EXPECT_EQ(Rect(9065).GetBottom(), pane.GetBottom() - 50);
-  EXPECT_EQ(Rect(9083).y, trace.y - 50);
-  EXPECT_EQ(Rect(9083).GetBottom(), trace.GetBottom()) << "the trace grows upwards";
-  m_window->MoveHorizontalSplit(vBottom + 1 - (bar.y - 50));
-  EXPECT_EQ(Rect(24025).y, vBottom + 1) << "just below the vertical bar is allowed";
-}
-
-TEST_F(MainWindowTest, SelectAllUsesTheLocalCountForBothPanesAndInvertFlipsEach) {
-  m_window->m_ctrlLocal.SetItemCount(3);
-  m_window->m_ctrlRemote.SetItemCount(10);
+TEST_F(MainWindowTest, SelectionCommandsRoutingAndExceptionsInHandlers) {
+  // Select All uses the local count for both panes, skipping indices past
+  // the remote end; Invert flips each pane.
+  CFtpListzn &local = m_window->m_ctrlLocal, &remote = m_window->m_ctrlRemote;
+  local.SetItemCount(3);
+  remote.SetItemCount(10);
   SendCommand(m_window.get(), 9117);
-  EXPECT_EQ(m_window->m_ctrlLocal.GetSelectedItemCount(), 3);
-  EXPECT_EQ(m_window->m_ctrlRemote.GetSelectedItemCount(), 3);
-  for (int i = 0; i < 10; ++i)
-    EXPECT_EQ(m_window->m_ctrlRemote.GetItemState(i, wxLIST_STATE_SELECTED) != 0, i < 3) << i;
-
+  EXPECT_EQ(local.GetSelectedItemCount(), 3);
+  for (int i = 0; i < 10; ++i) EXPECT_EQ(remote.GetItemState(i, wxLIST_STATE_SELECTED) != 0, i < 3) << i;
   SendCommand(m_window.get(), 9118);
-  EXPECT_EQ(m_window->m_ctrlLocal.GetSelectedItemCount(), 0);
-  EXPECT_EQ(m_window->m_ctrlRemote.GetSelectedItemCount(), 7);
-  EXPECT_EQ(m_window->m_ctrlRemote.GetItemState(2, wxLIST_STATE_SELECTED), 0);
-  EXPECT_NE(m_window->m_ctrlRemote.GetItemState(3, wxLIST_STATE_SELECTED), 0);
-
-  // With more local rows than remote ones, indices past the remote end are skipped.
-  m_window->m_ctrlLocal.SetItemCount(12);
-  m_window->m_ctrlRemote.SetItemCount(2);
+  EXPECT_EQ(local.GetSelectedItemCount(), 0);
+  for (int i = 0; i < 10; ++i) EXPECT_EQ(remote.GetItemState(i, wxLIST_STATE_SELECTED) != 0, i >= 3) << i;
+  local.SetItemCount(12);
+  remote.SetItemCount(2);
   SendCommand(m_window.get(), 9116);
-  EXPECT_EQ(m_window->m_ctrlLocal.GetSelectedItemCount(), 12);
-  EXPECT_EQ(m_window->m_ctrlRemote.GetSelectedItemCount(), 2);
-}
+  EXPECT_EQ(std::pair(local.GetSelectedItemCount(), remote.GetSelectedItemCount()), std::pair(12, 2));
 
-TEST_F(MainWindowTest, CommandsGoToTheLocalPaneThenTheRemotePaneThenTheWindow) {
+  // Commands and buttons go to the local pane, then the remote pane, then
+  // the window.
   std::vector<std::string> order;
-  const int kProbe = 9123;  // a Local menu command
   auto record = [&order](const char* who, bool handled) {
-    return [&order, who, handled](wxCommandEvent& e) {
-      order.push_back(who);
-      if (!handled) e.Skip();
-    };
+    return [&order, who, handled](wxCommandEvent& e) { order.push_back(who), e.Skip(!handled); };
   };
-  m_window->m_ctrlLocal.Bind(wxEVT_MENU, record("local", true), kProbe);
-  m_window->m_ctrlRemote.Bind(wxEVT_MENU, record("remote", true), kProbe);
-  SendCommand(m_window.get(), kProbe);
-  EXPECT_EQ(order, (std::vector<std::string>{"local"}));
-
-  order.clear();
-  m_window->m_ctrlLocal.Unbind(wxEVT_MENU, record("local", true), kProbe);
-  m_window->m_ctrlLocal.Bind(wxEVT_MENU, record("local-skips", false), 9117);
-  m_window->m_ctrlRemote.Bind(wxEVT_MENU, record("remote-skips", false), 9117);
-  m_window->m_ctrlLocal.SetItemCount(2);
+  local.Bind(wxEVT_MENU, record("local", true), 9123);
+  remote.Bind(wxEVT_MENU, record("remote", true), 9123);
+  SendCommand(m_window.get(), 9123);
+  local.Bind(wxEVT_MENU, record("local-skips", false), 9117);
+  remote.Bind(wxEVT_MENU, record("remote-skips", false), 9117);
+  local.SetItemCount(2);
   SendCommand(m_window.get(), 9117);
-  EXPECT_EQ(order, (std::vector<std::string>{"local-skips", "remote-skips"}));
-  EXPECT_EQ(m_window->m_ctrlLocal.GetSelectedItemCount(), 2) << "the window handled it last";
+  EXPECT_EQ(local.GetSelectedItemCount(), 2) << "the window handled it last";
+  remote.Bind(wxEVT_BUTTON, record("remote-button", true), 9075);
+  SendCommand(m_window->Client()->FindWindow(9075), 9075, wxEVT_BUTTON);
+  EXPECT_EQ(order, (std::vector<std::string>{"local", "local-skips", "remote-skips", "remote-button"}));
 
-  // Buttons are routed the same way.
-  order.clear();
-  m_window->m_ctrlRemote.Bind(wxEVT_BUTTON, record("remote-button", true), 9075);
-  wxCommandEvent click(wxEVT_BUTTON, 9075);
-  click.SetEventObject(m_window->Client()->FindWindow(9075));
-  m_window->Client()->FindWindow(9075)->GetEventHandler()->ProcessEvent(click);
-  EXPECT_EQ(order, (std::vector<std::string>{"remote-button"}));
-}
-
-TEST_F(MainWindowTest, AnExceptionInAHandlerStopsAtTheWindowNotTheHost) {
-  const int kProbe = 9991;  // no command of the window's own
+  // An exception in a handler stops at the window, not the host, and the
+  // window goes on handling commands.
   int thrown = 0, after = 0;
-  m_window->m_ctrlRemote.Bind(
-      wxEVT_MENU, [&thrown](wxCommandEvent&) { ++thrown, throw std::bad_alloc(); }, kProbe);
-  m_window->Bind(
-      wxEVT_MENU, [&thrown](wxCommandEvent&) { ++thrown, throw 42; }, kProbe + 1);
-  m_window->m_ctrlLocal.Bind(
-      wxEVT_MENU, [&after](wxCommandEvent&) { ++after; }, kProbe + 2);
-  for (int id : {kProbe, kProbe + 1, kProbe + 2}) EXPECT_NO_THROW(SendCommand(m_window.get(), id)) << id;
-  EXPECT_EQ(thrown, 2);
-  EXPECT_EQ(after, 1) << "the window goes on handling commands";
+  remote.Bind(wxEVT_MENU, [&thrown](wxCommandEvent&) { ++thrown, throw std::bad_alloc(); }, 9991);
+  m_window->Bind(wxEVT_MENU, [&thrown](wxCommandEvent&) { ++thrown, throw 42; }, 9992);
+  local.Bind(wxEVT_MENU, [&after](wxCommandEvent&) { ++after; }, 9993);
+  for (int id : {9991, 9992, 9993}) EXPECT_NO_THROW(SendCommand(m_window.get(), id)) << id;
+  EXPECT_EQ(std::pair(thrown, after), std::pair(2, 1));
 }
 
-TEST_F(MainWindowTest, TransferManagerToggleAndTheUnreachableBookmarkCommand) {
+TEST_F(MainWindowTest, TransferManagerToggleTheUnreachableBookmarkCommandAndTrace) {
   CDlgFtpTransferManager* manager = m_window->m_pTransferManager;
   SendCommand(m_window.get(), 9099);
-  EXPECT_TRUE(manager->IsShown());
-  EXPECT_EQ(manager->m_bShow, 1);
+  EXPECT_TRUE(manager->IsShown() && manager->m_bShow == 1);
   SendCommand(m_window.get(), 9099);
-  EXPECT_FALSE(manager->IsShown());
-  EXPECT_EQ(manager->m_bShow, 0);
-
+  EXPECT_TRUE(!manager->IsShown() && manager->m_bShow == 0);
   // Five popups: the sixth the command assumes is not there; nothing changes.
-  const size_t items = m_window->GetMenuBar()->GetMenu(4)->GetMenuItemCount();
+  wxMenuBar* bar = m_window->GetMenuBar();
+  const size_t items = bar->GetMenu(4)->GetMenuItemCount();
   SendCommand(m_window.get(), 9130);
-  EXPECT_EQ(m_window->GetMenuBar()->GetMenuCount(), 5u);
-  EXPECT_EQ(m_window->GetMenuBar()->GetMenu(4)->GetMenuItemCount(), items);
-  EXPECT_EQ(m_window->GetMenuBar()->FindItem(100), nullptr);
-}
+  EXPECT_TRUE(bar->GetMenuCount() == 5 && bar->GetMenu(4)->GetMenuItemCount() == items && !bar->FindItem(100));
 
-TEST_F(MainWindowTest, ATransferManagerDeletedFirstIsLeftAlone) {
-  // As the framework's shut-down may do: every open window deleted in turn.
-  delete m_window->m_pTransferManager;
-  SendCommand(m_window.get(), 9099);  // nothing left to show
-  for (wxWindow* w : wxTopLevelWindows) {
-    if (w->IsBeingDeleted()) continue;
-    EXPECT_EQ(dynamic_cast<CDlgFtpTransferManager*>(w), nullptr);
-  }
-  m_window.reset();  // and nothing to destroy again
-  EXPECT_TRUE(MainWindows().empty());
-}
-
-TEST_F(MainWindowTest, TraceLinesWithAndWithoutThreadIdAndThePaneLimit) {
   m_window->AddTrace(0, 0, "Open internet session failed");
   m_window->AddTrace(0, 4242, "Closed Ftp connection");
   EXPECT_EQ(m_window->m_strRemoteTrace, "Open internet session failed \n[4242] Closed Ftp connection \n");
   EXPECT_EQ(m_window->m_richRemoteTrace->GetValue(), m_window->m_strRemoteTrace);
   EXPECT_EQ(m_window->m_richLocalTrace->GetValue(), "") << "the pane under the local list stays empty";
+  for (int i = 0; i < 300; ++i) m_window->AddTrace(0, 0, wxString('x', 99));  // 101 characters a line
+  EXPECT_GT(m_window->m_strRemoteTrace.length(), 30000u) << "the trace itself is never shortened";
+  EXPECT_EQ(m_window->m_richRemoteTrace->GetValue(), m_window->m_strRemoteTrace.Right(20000));
 
-  const wxString line(wxT('x'), 99);  // 99 + " \n" = 101 characters a line
-  for (int i = 0; i < 300; ++i) m_window->AddTrace(0, 0, line);
-  const size_t total = m_window->m_strRemoteTrace.length();
-  EXPECT_GT(total, 30000u) << "the trace itself is never shortened";
-  const wxString shown = m_window->m_richRemoteTrace->GetValue();
-  EXPECT_EQ(shown.length(), 20000u);
-  EXPECT_EQ(shown, m_window->m_strRemoteTrace.Right(20000));
+  // As the framework's shut-down may do: every open window deleted in turn.
+  delete manager;
+  SendCommand(m_window.get(), 9099);  // nothing left to show
+  for (wxWindow* w : wxTopLevelWindows) EXPECT_TRUE(w->IsBeingDeleted() || !dynamic_cast<CDlgFtpTransferManager*>(w));
+  m_window.reset();  // and nothing to destroy again
+  EXPECT_TRUE(MainWindows().empty());
 }
 
-TEST(EntryTest, ModalRunEndsWithExitOkAppendingResultsBehindTheCallersOwn) {
+TEST(EntryTest, ModalRunEndsWithExitOkAppendingResultsOrWithCancelLeavingThem) {
   Cftpfacezn face;
-  wxArrayString results;
-  results.Add("/existing/one");
+  wxArrayString results(1, std::array<wxString, 1>{"/existing/one"}.data());
   WhenModal([](CDlgFTPMainWnd* window) {
     window->m_arrDownloadResults.Add("/tmp/a.txt");
     window->m_arrDownloadResults.Add("/tmp/b.txt");
-    // Enter does not close the window.
     wxUIActionSimulator().Char(WXK_RETURN);
     PumpFor(100);
-    EXPECT_TRUE(window->IsModalRun());
-    SendCommand(window, 9095);
+    EXPECT_TRUE(window->IsModalRun()) << "Enter does not close the window";
   });
   EXPECT_EQ(face.showFtpMainDoMo("", &results, nullptr), 1);
-  ASSERT_EQ(results.size(), 3u);
-  EXPECT_EQ(results[0], "/existing/one");
-  EXPECT_EQ(results[1], "/tmp/a.txt");
-  EXPECT_EQ(results[2], "/tmp/b.txt");
-}
-
-TEST(EntryTest, CloseBoxAndEscapeEndWithCancelLeavingTheArrayUntouched) {
-  Cftpfacezn face;
-  wxArrayString results;
-  results.Add("keep");
-  WhenModal([](CDlgFTPMainWnd* window) {
-    window->m_arrDownloadResults.Add("/tmp/never.txt");
-    window->Close();
-  });
+  EXPECT_EQ(wxJoin(results, ','), "/existing/one,/tmp/a.txt,/tmp/b.txt");
+  // The close box and Escape end with Cancel.
+  WhenModal([](CDlgFTPMainWnd* w) { w->m_arrDownloadResults.Add("/tmp/never.txt"), w->Close(); }, false);
   EXPECT_EQ(face.showFtpMainDoMo("/", &results, nullptr), 0);
-  ASSERT_EQ(results.size(), 1u);
-  EXPECT_EQ(results[0], "keep");
-
+  EXPECT_EQ(results.size(), 3u);
   WhenModal([](CDlgFTPMainWnd* window) {
     window->Raise();
     window->Client()->FindWindow(9068)->SetFocus();
     PumpFor(50);
     wxUIActionSimulator().Char(WXK_ESCAPE);
-  });
+  }, false);
   EXPECT_EQ(face.showFtpMainDoMo("/", nullptr, nullptr), 0);
 }
 
-TEST(EntryTest, ShowFrameWndTwiceReusesOneWindowAndEmptyMeansHome) {
+TEST(EntryTest, ShowFrameWndReusesOneWindowWhoseModalRunsKeepTheManagerAndTheHostUsable) {
   const size_t before = MainWindows().size();
+  wxWeakRef<CDlgFtpTransferManager> manager;
   {
     Cftpfacezn face;
     EXPECT_EQ(face.showFrameWnd("", nullptr), 1);
     ASSERT_EQ(MainWindows().size(), before + 1);
     CDlgFTPMainWnd* window = MainWindows().back();
     EXPECT_TRUE(window->IsShown());
-    EXPECT_EQ(window->m_strLocalDir, wxGetHomeDir());
-    EXPECT_EQ(window->m_editLocalDir->GetValue(), wxGetHomeDir());
-
+    EXPECT_EQ(window->m_strLocalDir + window->m_editLocalDir->GetValue(), wxGetHomeDir() + wxGetHomeDir())
+        << "empty means home";
     window->Close();  // the close box only hides a modeless window
     EXPECT_FALSE(window->IsShown());
     EXPECT_EQ(face.showFrameWnd("/tmp", nullptr), 1);
     EXPECT_EQ(MainWindows().size(), before + 1);
-    EXPECT_TRUE(window->IsShown());
-    EXPECT_EQ(window->m_strLocalDir, "/tmp");
+    EXPECT_TRUE(window->IsShown() && window->m_strLocalDir == "/tmp");
 
-    // A modal run on an entry object that holds a window uses that window.
-    WhenModal([window](CDlgFTPMainWnd* running) {
-      EXPECT_EQ(running, window);
-      SendCommand(running, 9095);
-    });
-    EXPECT_EQ(face.showFtpMainDoMo("/", nullptr, nullptr), 1);
-  }
-  EXPECT_EQ(MainWindows().size(), before) << "destroying the entry object deletes its window";
-  Cftpface never_shown;  // destroying one that never opened a window does nothing
-}
-
-TEST(EntryTest, TransferManagerStaysUsableDuringAModalRunAndGoesWithTheWindow) {
-  wxWeakRef<CDlgFtpTransferManager> manager;
-  {
-    Cftpfacezn face;
-    ASSERT_EQ(face.showFrameWnd("/tmp", nullptr), 1);
-    CDlgFTPMainWnd* window = MainWindows().back();
+    // A modal run on an entry object that holds a window uses that window;
+    // the user can still use the transfer manager, and a second run, which
+    // could never be ended, is refused.
     manager = window->m_pTransferManager;
     SendCommand(window, 9099);
     ASSERT_TRUE(manager->IsShown());
     WhenModal([&](CDlgFTPMainWnd* running) {
-      EXPECT_TRUE(manager->IsEnabled()) << "the user can still cancel and resubmit transfers";
-      // A second run on the same window could never be ended; it is refused.
+      EXPECT_TRUE(running == window && manager->IsEnabled());
       EXPECT_EQ(running->DoModal(), -1);
       EXPECT_TRUE(running->IsModalRun());
-      SendCommand(running, 9095);
     });
     EXPECT_EQ(face.showFtpMainDoMo("/", nullptr, nullptr), 1);
     EXPECT_TRUE(manager->IsEnabled());
+
+    // A modal dialog of the host disables every other top-level window; the
+    // run takes input all the same, and leaves it as the dialog expects.
+    window->Disable();
+    WhenModal([](CDlgFTPMainWnd* running) { EXPECT_TRUE(running->IsEnabled()) << "a window the user cannot use"; });
+    EXPECT_EQ(face.showFtpMainDoMo("/", nullptr, nullptr), 1);
+    EXPECT_FALSE(window->IsEnabled());
   }
+  EXPECT_EQ(MainWindows().size(), before) << "destroying the entry object deletes its window";
   // A hidden transfer manager left behind would keep the host running.
   EXPECT_TRUE(PumpUntil([&] { return !manager; }));
+  Cftpface never_shown;  // destroying one that never opened a window does nothing
 }
 
-TEST(EntryTest, AModalRunFromAHostModalDialogTakesInputOnTheModelessWindow) {
-  Cftpfacezn face;
-  ASSERT_EQ(face.showFrameWnd("/tmp", nullptr), 1);
-  CDlgFTPMainWnd* window = MainWindows().back();
-  // A modal dialog of the host disables every other top-level window.
-  window->Disable();
-  WhenModal([](CDlgFTPMainWnd* running) {
-    EXPECT_TRUE(running->IsEnabled()) << "a modal window the user cannot use";
-    SendCommand(running, 9095);
-  });
-  EXPECT_EQ(face.showFtpMainDoMo("/", nullptr, nullptr), 1);
-  EXPECT_FALSE(window->IsEnabled()) << "left as the host's dialog expects to find it";
-}
-
-TEST(EntryTest, AnEntryObjectDestroyedDuringItsModalRunEndsTheRunWithCancel) {
+TEST(EntryTest, AnEntryObjectOrAWindowGoingFirstIsLeftAlone) {
   const size_t before = MainWindows().size();
   auto* face = new Cftpfacezn;
   ASSERT_EQ(face->showFrameWnd("/tmp", nullptr), 1);
-  wxArrayString results;
-  results.Add("keep");
+  wxArrayString results(1, std::array<wxString, 1>{"keep"}.data());
   // Bounds the run should the window fail to end it.
   wxTimer watchdog;
   bool fired = false;
   watchdog.Bind(wxEVT_TIMER, [&](wxTimerEvent&) {
-    fired = true;
-    if (wxEventLoopBase::GetActive()) wxEventLoopBase::GetActive()->Exit(-99);
+    if ((fired = true) && wxEventLoopBase::GetActive()) wxEventLoopBase::GetActive()->Exit(-99);
   });
   watchdog.StartOnce(10000);
   WhenModal([&](CDlgFTPMainWnd* running) {
     running->m_arrDownloadResults.Add("/tmp/never.txt");
-    delete face;  // as a host might from a timer of its own
-  });
+    delete face;  // as a host might from a timer of its own: the run ends with Cancel
+  }, false);
   EXPECT_EQ(face->showFtpMainDoMo("/", &results, nullptr), 0);
   watchdog.Stop();
   EXPECT_FALSE(fired);
-  ASSERT_EQ(results.size(), 1u);
-  EXPECT_EQ(results[0], "keep");
+  EXPECT_EQ(wxJoin(results, ','), "keep");
   EXPECT_EQ(MainWindows().size(), before);
-}
 
-TEST(EntryTest, AWindowAlreadyGoneIsNotDeletedAgain) {
-  const size_t before = MainWindows().size();
   // The framework's shut-down deletes every open window before a host's
-  // application object (and an entry object it holds) goes.
-  auto face = std::make_unique<Cftpfacezn>();
-  ASSERT_EQ(face->showFrameWnd("/tmp", nullptr), 1);
-  CDlgFTPMainWnd* window = MainWindows().back();
-  delete window;
-  ASSERT_EQ(MainWindows().size(), before);
-  // Should the host still call it, it gets a new window.
-  EXPECT_EQ(face->showFrameWnd("/tmp", nullptr), 1);
-  ASSERT_EQ(MainWindows().size(), before + 1);
-  EXPECT_TRUE(MainWindows().back()->IsShown());
-  delete MainWindows().back();
-  face.reset();
-
-  // Two copies share one window: the second one to go finds it gone.
+  // application object (and an entry object it holds) goes. Should the host
+  // still call it, it gets a new window.
   auto first = std::make_unique<Cftpfacezn>();
   ASSERT_EQ(first->showFrameWnd("/tmp", nullptr), 1);
+  delete MainWindows().back();
+  ASSERT_EQ(MainWindows().size(), before);
+  EXPECT_EQ(first->showFrameWnd("/tmp", nullptr), 1);
+  ASSERT_EQ(MainWindows().size(), before + 1);
+  EXPECT_TRUE(MainWindows().back()->IsShown());
+  // Two copies share one window: the second one to go finds it gone.
   auto second = std::make_unique<Cftpfacezn>(*first);
   first.reset();
   EXPECT_EQ(MainWindows().size(), before);
   second.reset();
   EXPECT_EQ(MainWindows().size(), before);
+}
+
+void Click(wxDialog* dialog, int id) { SendCommand(dialog->FindWindow(id), id, wxEVT_BUTTON); }
+
+TEST(ControlsTest, TraceViewKeepsTheNewest256LinesInTheirColoursAndTheInfobarElidesTheMiddle) {
+  auto* frame = new wxFrame(nullptr, wxID_ANY, "controls", {0, 0}, {500, 300});
+  frame->Show();
+  auto* view = dynamic_cast<CTraceView*>(wxCreateDynamicObject("CTraceView"));
+  ASSERT_NE(view, nullptr) << "creatable by class name";
+  ASSERT_TRUE(view->Create(frame, wxID_ANY, wxPoint(0, 0), wxSize(480, 280)));
+  for (int i = 0; i < 300; ++i) view->AddLine(i % 4, "line %d", i);
+  CColorListBox& list = view->List();
+  ASSERT_EQ(list.GetCount(), 256);
+  EXPECT_EQ(list.GetString(0) + ", " + list.GetString(255), "line 44, line 299");
+  EXPECT_EQ(list.GetSelection(), 255) << "the last line is selected";
+  const wxColour colours[] = {{0, 0, 0}, {0, 130, 0}, {0, 0, 255}, {255, 0, 0}};  // by type, line % 4
+  for (int type = 0; type < 4; ++type) EXPECT_EQ(list.GetItemColour(252 + type), colours[type]) << type;
+  EXPECT_EQ(CTraceView::ColourOfType(7), colours[0]);
+  // Colour 0 draws black; a selected line draws in the highlight text colour.
+  EXPECT_EQ(list.TextColourFor(252), colours[0]);
+  EXPECT_EQ(list.TextColourFor(255), wxSystemSettings::GetColour(wxSYS_COLOUR_HIGHLIGHTTEXT));
+  frame->SetSize(700, 400);
+  PumpFor(100);
+  EXPECT_EQ(list.GetSize(), view->GetClientSize());
+
+  auto* bar = new CInfobarCtrl;
+  ASSERT_TRUE(bar->Create(frame, wxID_ANY, wxPoint(0, 0), wxSize(300, 28)));
+  bar->SetText("short");
+  EXPECT_EQ(bar->GetTextRect(), wxRect(1, 1, bar->GetTextRect().width, 26));
+  EXPECT_EQ(bar->DrawnText(), "short");
+  const wxString path = "/home/user/a/very/long/path/that/cannot/possibly/fit/into/the/bar/file.txt";
+  bar->SetText(path);
+  const wxString drawn = bar->DrawnText();
+  EXPECT_TRUE(drawn != path && drawn.StartsWith("/home") && drawn.EndsWith("file.txt")) << drawn;
+  EXPECT_LE(bar->DrawingRect().GetRight() + 1, 300 - 1 - 17) << "never over the right 17 pixels";
+  EXPECT_EQ(bar->DrawingRect().x, 1 + 5);
+  PumpFor(100);
+  ftpzn::test::SaveScreenshot("infobar");
+  frame->Destroy();
+}
+
+TEST(ControlsTest, InputDialogReturnsTheDefaultOrTheTypedTextAndCancelKeepsIt) {
+  CDlgInputString dialog;
+  dialog.m_strTitle = "New folder";
+  EXPECT_EQ(RunModal<CDlgInputString>(dialog, [](CDlgInputString* d) {
+              EXPECT_EQ(d->GetTitle() + "|" + d->InputCtrl()->GetValue(), "New folder|Please input here...");
+              Click(d, 1);
+            }), 1);
+  EXPECT_EQ(dialog.m_strInput, "Please input here...");
+  EXPECT_EQ(RunModal<CDlgInputString>(dialog, [](auto* d) { d->InputCtrl()->SetValue("in"), Click(d, 2); }), 2);
+  EXPECT_EQ(dialog.m_strInput, "Please input here...") << "Cancel keeps the member";
+  // Enter in the field confirms the name as typed, without a line break.
+  EXPECT_EQ(RunModal<CDlgInputString>(dialog, [](CDlgInputString* d) {
+              d->InputCtrl()->SetValue("reports");
+              d->InputCtrl()->SetFocus();
+              d->InputCtrl()->SetInsertionPointEnd();
+              PumpFor(50);
+              wxUIActionSimulator().Char(WXK_RETURN);
+              if (!PumpUntil([d] { return !d->IsModal(); }, 2000)) d->EndModal(2);
+            }), 1);
+  EXPECT_EQ(dialog.m_strInput, "reports");
+  DialogScript::VerifyAndClear();
+}
+
+TEST(ControlsTest, WaitDialogShowsTheSecondsAndAnEmptyBarAndEndsOnlyByCancel) {
+  CDlgWaitMessage dialog;
+  dialog.m_strMessage = "530 Login incorrect.";
+  dialog.m_nSeconds = 10;
+  EXPECT_EQ(RunModal<CDlgWaitMessage>(dialog, [](CDlgWaitMessage* d) {
+              auto* countdown = dynamic_cast<wxStaticText*>(d->FindWindow(9031));
+              const wxString text = "FTP Rovendel will retry to connect after 10 seconds...";
+              EXPECT_EQ(dynamic_cast<wxStaticText*>(d->FindWindow(9033))->GetLabel(), "530 Login incorrect.");
+              EXPECT_EQ(d->m_ctrlProgress->GetRange(), 10);
+              // The countdown line is not cut short at the font in use.
+              EXPECT_LE(countdown->GetTextExtent(text).x, countdown->GetSize().x);
+              EXPECT_LE(countdown->GetRect().GetRight(), d->GetClientSize().x);
+              ftpzn::test::SaveScreenshot("retry-wait");
+              PumpFor(1300);  // a timer tick passes: nothing counts down, nothing closes
+              EXPECT_TRUE(d->IsModal() && countdown->GetLabel() == text && d->m_ctrlProgress->GetValue() == 0);
+              Click(d, 2);
+            }), 2);
+  DialogScript::VerifyAndClear();
+}
+
+TEST(ControlsTest, IntegerFieldsTakeBlanksAndSigned32BitDecimalsOnly) {
+  const std::tuple<const char*, bool, int> cases[] = {
+      {"21", true, 21},  {"  -5 ", true, -5}, {"+7", true, 7},     {"2147483647", true, INT32_MAX},
+      {"-2147483648", true, INT32_MIN}, {"2147483648", false, 0}, {"", false, 0}, {"12a", false, 0},
+      {"1 2", false, 0}, {"-", false, 0},     {"0x10", false, 0}};
+  for (const auto& [text, ok, want] : cases) {
+    int value = 0;
+    EXPECT_EQ(ftpzn::ParseInt32(text, value), ok) << text;
+    if (ok) { EXPECT_EQ(value, want) << text; }
+  }
+  // A field that is not a number says so and selects its text.
+  auto* frame = new wxFrame(nullptr, wxID_ANY, "controls");
+  auto* field = new wxTextCtrl(frame, wxID_ANY, "abc");
+  DialogScript::ExpectMessageBox();
+  int value = 99;
+  EXPECT_FALSE(ftpzn::ReadIntField(field, value));
+  EXPECT_EQ(value, 99);
+  EXPECT_EQ(DialogScript::MessageBoxTexts(), std::vector<wxString>{"Please enter an integer."});
+  long from = 0, to = 0;
+  field->GetSelection(&from, &to);
+  EXPECT_EQ(to - from, 3);
+  DialogScript::VerifyAndClear();
+  frame->Destroy();
 }
 
 }  // namespace
