@@ -1,20 +1,19 @@
-// The local pane as a real window under Xvfb, over temporary directory
-// trees, with its dialogs answered by the dialog hook.
-#include <fcntl.h>
+// The local pane as a real window under Xvfb, alone and inside the main
+// window, over temporary directory trees, with its dialogs answered by the
+// dialog hook.
+#include <ftpzn/ftpface.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 #include <wx/dnd.h>
 #include <wx/frame.h>
 #include <wx/menu.h>
+#include <wx/textctrl.h>
 #include <wx/uiaction.h>
-#include <wx/utils.h>
 
-#include <chrono>
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
 
 #include "gui_harness.h"
+#include "mainwnd/dlgftpmainwnd.h"
 #include "panes/ftplistzn.h"
 #include "res/menus.h"
 #include "ui/dialogs.h"
@@ -24,47 +23,37 @@ namespace {
 
 namespace fs = std::filesystem;
 using ftpzn::test::DialogScript;
-
-// The name dialog answered with `result` after checking what it offers and
-// putting `typed` into it.
-void ExpectNameInput(int result, const wxString& title, const wxString& offered, const wxString& typed) {
-  DialogScript::ExpectModal<CDlgInputString>(result, [=](CDlgInputString* dialog) {
-    EXPECT_EQ(dialog->m_strTitle, title);
-    EXPECT_EQ(dialog->m_strInput, offered);
-    dialog->m_strInput = typed;
-  });
-}
+using ftpzn::test::PumpFor;
+using Texts = std::vector<wxString>;
 
 class LocalPane : public testing::Test {
  protected:
   void SetUp() override {
-    m_root = ftpzn::test::MakeTempDir("ftpzn-pane-");
-    ASSERT_FALSE(m_root.empty());
-    m_frame = new wxFrame(nullptr, wxID_ANY, "panes", wxPoint(0, 0), wxSize(520, 420));
-    m_pane = new CFtpListzn1Local;
     ASSERT_TRUE(m_pane->Create(m_frame, 9068, wxPoint(0, 0), wxSize(500, 400)));
     m_pane->CreateImageList();
     m_pane->InsertColumns();
     m_pane->m_pstrDirectory = &m_directory;
     m_frame->Show();
-    ftpzn::test::PumpFor(50);
+    PumpFor(50);
   }
   void TearDown() override {
     DialogScript::VerifyAndClear();
     m_frame->Destroy();
-    ftpzn::test::PumpFor(20);
+    PumpFor(20);
   }
 
-  void File(const fs::path& relative, size_t bytes = 0) {
-    fs::create_directories((m_root / relative).parent_path());
-    std::ofstream(m_root / relative) << std::string(bytes, 'x');
+  // Files of `bytes` bytes; a name ending in '/' is a folder.
+  void Make(std::initializer_list<fs::path> paths, size_t bytes = 0) {
+    for (const fs::path& p : paths) {
+      fs::create_directories((m_root / p).parent_path());
+      if (!p.filename().empty()) std::ofstream(m_root / p) << std::string(bytes, 'x');
+    }
   }
-  void Dir(const fs::path& relative) { fs::create_directories(m_root / relative); }
   wxString Path(const fs::path& relative = {}) const {
     return wxString::FromUTF8((relative.empty() ? m_root : m_root / relative).string());
   }
-  std::vector<wxString> Column(int column) const {
-    std::vector<wxString> texts;
+  Texts Column(int column) const {
+    Texts texts;
     for (int row = 0; row < m_pane->GetItemCount(); ++row) texts.push_back(m_pane->GetItemText(row, column));
     return texts;
   }
@@ -74,10 +63,10 @@ class LocalPane : public testing::Test {
     ADD_FAILURE() << "no row " << name.utf8_str();
     return -1;
   }
-  void Select(std::initializer_list<const char*> names) {
+  void Select(const Texts& names) {
     for (int row = 0; row < m_pane->GetItemCount(); ++row)
       m_pane->SetItemState(row, 0, wxLIST_STATE_SELECTED);
-    for (const char* name : names)
+    for (const wxString& name : names)
       m_pane->SetItemState(Row(name), wxLIST_STATE_SELECTED, wxLIST_STATE_SELECTED);
   }
   // A command as the main window routes it: offered to the pane alone.
@@ -86,389 +75,335 @@ class LocalPane : public testing::Test {
     event.SetEventObject(m_pane);
     return m_pane->ProcessWindowEventLocally(event);
   }
-  std::vector<wxString> Messages() const { return DialogScript::MessageBoxTexts(); }
+  // Runs `act`, expecting exactly the message boxes `texts` after the
+  // dialogs `first` expects.
+  void Says(
+      const std::function<void()>& act, const Texts& texts, const std::function<void()>& first = [] {}) {
+    DialogScript::VerifyAndClear();
+    first();
+    for (size_t i = 0; i < texts.size(); ++i) DialogScript::ExpectMessageBox();
+    act();
+    EXPECT_EQ(DialogScript::MessageBoxTexts(), texts);
+  }
 
-  fs::path m_root;
+  const fs::path m_root = ftpzn::test::MakeTempDir("ftpzn-pane-");
   wxString m_directory;
-  wxFrame* m_frame = nullptr;
-  CFtpListzn1Local* m_pane = nullptr;
+  wxFrame* m_frame = new wxFrame(nullptr, wxID_ANY, "panes", wxPoint(0, 0), wxSize(640, 420));
+  CFtpListzn1Local* m_pane = new CFtpListzn1Local;
 };
 
 TEST_F(LocalPane, ListsParentRowFirstThenNamesByUpperCase) {
-  File("b.txt", 1025);
-  File("A.pdf", 0);
-  File("_under", 1048576);
-  File("Zed.qqzz", 10);
-  Dir("sub");
-  ASSERT_EQ(m_pane->FillDirectory(Path()), 1);
+  Make({"A.pdf", "sub/", "noext/"});
+  Make({"b.txt"}, 1025);
+  Make({"_under"}, 1048576);
+  Make({"Zed.qqzz", "archive.tar.gz"}, 10);
+  Says([&] { ASSERT_EQ(m_pane->FillDirectory(Path()), 1); }, {});
   EXPECT_EQ(m_directory, Path());
-  const std::vector<wxString> names = {"..Up", "A.pdf", "b.txt", "sub", "Zed.qqzz", "_under"};
-  EXPECT_EQ(Column(0), names);
-  const std::vector<wxString> sizes = {"", "1 KB", "2 KB", "", "1 KB", "1,024 KB"};
-  EXPECT_EQ(Column(1), sizes);
-  const std::vector<wxString> types = {"..Up",   "PDF document", "plain text document",
-                                       "Folder", "QQZZ File",    "File"};
-  EXPECT_EQ(Column(2), types);
-  const wxString today = wxDateTime::Now().Format("%y/%m/%d");
-  EXPECT_TRUE(m_pane->GetItemText(2, 3).StartsWith(today)) << m_pane->GetItemText(2, 3);
-  EXPECT_EQ(m_pane->IsItemFolder(0), 1);
-  EXPECT_EQ(m_pane->IsItemFolder(Row("sub")), 1);
-  EXPECT_EQ(m_pane->IsItemFolder(Row("b.txt")), 0);
-  EXPECT_EQ(m_pane->GetItemSize(Row("b.txt")), 1025u);
+  EXPECT_EQ(Column(0),
+            (Texts{"..Up", "A.pdf", "archive.tar.gz", "b.txt", "noext", "sub", "Zed.qqzz", "_under"}));
+  EXPECT_EQ(Column(1), (Texts{"", "1 KB", "1 KB", "2 KB", "", "", "1 KB", "1,024 KB"}));
+  EXPECT_EQ(Column(2), (Texts{"..Up", "PDF document", "Tar archive (gzip-compressed)", "plain text document",
+                              "Folder", "Folder", "QQZZ File", "File"}));
+  EXPECT_TRUE(m_pane->GetItemText(3, 3).StartsWith(wxDateTime::Now().Format("%y/%m/%d")))
+      << m_pane->GetItemText(3, 3);
+  EXPECT_EQ(std::tuple(m_pane->IsItemFolder(0), m_pane->IsItemFolder(Row("sub")),
+                       m_pane->IsItemFolder(Row("b.txt")), m_pane->GetItemSize(Row("b.txt"))),
+            std::tuple(1, 1, 0, 1025u));
+  m_pane->SetSize(620, 280);
+  for (int column : {0, 2, 3}) m_pane->SetColumnWidth(column, column == 2 ? 200 : 140);
+  EXPECT_FALSE(ftpzn::test::SaveScreenshot("local-pane").empty());
   // A second fill replaces the rows, parent row first again.
-  File("0first");
+  Make({"0first"});
   ASSERT_EQ(m_pane->FillDirectory(Path()), 1);
-  EXPECT_EQ(m_pane->GetItemCount(), 7);
-  EXPECT_EQ(m_pane->GetRowName(0), "..Up");
-  EXPECT_EQ(m_pane->GetRowName(1), "0first");
-  EXPECT_TRUE(Messages().empty());
+  EXPECT_EQ(Column(0).size(), 9u);
+  EXPECT_EQ(Column(0)[1], "0first");
 }
 
-TEST_F(LocalPane, GoesUpToTheRootAndNoFurther) {
-  Dir("a/b");
-  ASSERT_EQ(m_pane->FillDirectory(Path("a/b")), 1);
+TEST_F(LocalPane, EntersFoldersGoesUpToTheRootAndFallsBackHome) {
+  Make({"sub/inner/deep.txt", "plain.txt", "vanishing/"});
+  ASSERT_EQ(m_pane->FillDirectory(Path()), 1);
+  m_pane->DoubleClickRow(Row("sub"));
+  m_pane->DoubleClickRow(Row("inner"));
+  EXPECT_EQ(std::pair(m_directory, m_pane->GetRowName(1)),
+            std::pair(Path("sub/inner"), wxString("deep.txt")));
+  // A file row, or a row past the end, does nothing.
+  m_pane->DoubleClickRow(1);
+  m_pane->DoubleClickRow(-1);
+  EXPECT_EQ(m_directory, Path("sub/inner"));
   ASSERT_EQ(m_pane->GoUpDirectory(), 1);
-  EXPECT_EQ(m_directory, Path("a"));
-  EXPECT_EQ(m_pane->GetRowName(1), "b");
-  // Row 0 always goes up, and so does the Up Directory command.
-  m_pane->DoubleClickRow(0);
-  EXPECT_EQ(m_directory, Path());
-  EXPECT_TRUE(Command(ID_LOCAL_UP_DIRECTORY));
-  EXPECT_EQ(m_directory, Path(m_root.parent_path()));
-  for (int step = 0; step < 64 && m_directory != "/"; ++step) ASSERT_EQ(m_pane->GoUpDirectory(), 1);
-  ASSERT_EQ(m_directory, "/");
-  EXPECT_NE(Row("tmp"), -1);
-  DialogScript::ExpectMessageBox();
-  EXPECT_EQ(m_pane->GoUpDirectory(), 0);
-  EXPECT_EQ(Messages(), std::vector<wxString>{"Can't go up!"});
-  EXPECT_EQ(m_directory, "/");
-}
-
-TEST_F(LocalPane, RealDoubleClickOnTheParentRowGoesUp) {
-  Dir("inner");
-  ASSERT_EQ(m_pane->FillDirectory(Path("inner")), 1);
+  EXPECT_EQ(std::pair(m_directory, m_pane->GetRowName(1)), std::pair(Path("sub"), wxString("inner")));
+  // Row 0 always goes up, a real double click on it too, and so does the
+  // Up Directory command.
   wxRect rect;
   ASSERT_TRUE(m_pane->GetItemRect(0, rect));
   wxUIActionSimulator sim;
   sim.MouseMove(m_pane->ClientToScreen(rect.GetPosition() + wxPoint(20, rect.height / 2)));
-  ftpzn::test::PumpFor(50);
+  PumpFor(50);
   sim.MouseDblClick();
   EXPECT_TRUE(ftpzn::test::PumpUntil([&] { return m_directory == Path(); }, 3000)) << m_directory;
-}
-
-TEST_F(LocalPane, EntersFoldersAndReportsOneThatCannotBeListed) {
-  File("sub/inner/deep.txt");
-  File("plain.txt");
-  Dir("vanishing");
-  ASSERT_EQ(m_pane->FillDirectory(Path()), 1);
-  m_pane->DoubleClickRow(Row("sub"));
-  EXPECT_EQ(m_directory, Path("sub"));
-  m_pane->DoubleClickRow(Row("inner"));
-  EXPECT_EQ(m_directory, Path("sub/inner"));
-  EXPECT_EQ(m_pane->GetRowName(1), "deep.txt");
-  // A file row does nothing, a row past the end does nothing.
-  m_pane->DoubleClickRow(1);
-  m_pane->DoubleClickRow(-1);
-  EXPECT_EQ(m_directory, Path("sub/inner"));
   // Root reads every directory, so the unreadable folder is one removed
   // after it was listed: opening it fails with ENOENT.
-  ASSERT_EQ(m_pane->FillDirectory(Path()), 1);
   fs::remove(m_root / "vanishing");
-  DialogScript::ExpectMessageBox();
-  EXPECT_EQ(m_pane->OpenItem(Row("vanishing")), 0);
-  EXPECT_EQ(Messages(), std::vector<wxString>{"Find file error:2"});
-  EXPECT_EQ(m_directory, Path());
-  EXPECT_EQ(m_pane->GetItemCount(), 4);
-}
-
-TEST_F(LocalPane, ListingFallsBackToHomeButKeepsTheAskedPath) {
+  Says([&] { EXPECT_EQ(m_pane->OpenItem(Row("vanishing")), 0); }, {"Find file error:2"});
+  EXPECT_EQ(std::pair(m_directory, m_pane->GetItemCount()), std::pair(Path(), 4));
+  m_pane->DoubleClickRow(0);
+  EXPECT_TRUE(Command(ID_LOCAL_UP_DIRECTORY));
+  EXPECT_EQ(m_directory, Path(m_root.parent_path().parent_path()));
+  for (int step = 0; step < 64 && m_directory != "/"; ++step) ASSERT_EQ(m_pane->GoUpDirectory(), 1);
+  ASSERT_EQ(m_directory, "/");
+  EXPECT_NE(Row("tmp"), -1);
+  Says([&] { EXPECT_EQ(m_pane->GoUpDirectory(), 0); }, {"Can't go up!"});
+  EXPECT_EQ(m_directory, "/");
+  // A listing that fails falls back to the home directory but keeps the
+  // path asked for.
   std::ofstream(fs::path(wxGetHomeDir().utf8_string()) / "home-marker");
-  DialogScript::ExpectMessageBox();
-  ASSERT_EQ(m_pane->FillDirectory(Path("missing")), 1);
-  EXPECT_EQ(Messages(), std::vector<wxString>{"Find local fold error, trying defaul..."});
+  Says([&] { ASSERT_EQ(m_pane->FillDirectory(Path("missing")), 1); },
+       {"Find local fold error, trying defaul..."});
   EXPECT_NE(Row("home-marker"), -1);
   EXPECT_EQ(m_directory, Path("missing"));
   // Going up from a directory whose parent has gone.
   m_directory = Path("gone/child");
-  DialogScript::ExpectMessageBox();
-  EXPECT_EQ(m_pane->GoUpDirectory(), 0);
-  EXPECT_EQ(Messages().back(), "File file error:2");
+  Says([&] { EXPECT_EQ(m_pane->GoUpDirectory(), 0); }, {"File file error:2"});
   EXPECT_EQ(m_directory, Path("gone/child"));
   EXPECT_EQ(m_pane->FillDirectory(""), 0);
 }
 
-TEST_F(LocalPane, ChangeDirectoryTakesTheTypedTextAsRelative) {
-  File("sub/deeper/x.txt");
+TEST_F(LocalPane, NameDialogsChangeAndCreateDirectories) {
+  Make({"sub/deeper/x.txt"});
   ASSERT_EQ(m_pane->FillDirectory(Path()), 1);
-  ExpectNameInput(ftpzn::kResultOk, "Type new directory name", "To Directory", "sub/");
-  EXPECT_TRUE(Command(ID_LOCAL_CHANGE_DIRECTORY));
-  EXPECT_EQ(m_directory, Path("sub"));
-  EXPECT_EQ(m_pane->GetRowName(1), "deeper");
-  // A leading separator still means below the current directory.
-  ExpectNameInput(ftpzn::kResultOk, "Type new directory name", "To Directory", "//deeper//");
-  EXPECT_TRUE(Command(ID_LOCAL_CHANGE_DIRECTORY));
-  EXPECT_EQ(m_directory, Path("sub/deeper"));
-  EXPECT_EQ(m_pane->GetRowName(1), "x.txt");
-  ExpectNameInput(ftpzn::kResultOk, "Type new directory name", "To Directory", "nope");
-  DialogScript::ExpectMessageBox();
-  EXPECT_TRUE(Command(ID_LOCAL_CHANGE_DIRECTORY));
-  EXPECT_EQ(Messages(), std::vector<wxString>{"Find local directory error!"});
-  EXPECT_EQ(m_directory, Path("sub/deeper"));
-  ExpectNameInput(ftpzn::kResultCancel, "Type new directory name", "To Directory", "..");
-  EXPECT_TRUE(Command(ID_LOCAL_CHANGE_DIRECTORY));
-  EXPECT_EQ(m_directory, Path("sub/deeper"));
-}
-
-TEST_F(LocalPane, NewDirectoryCreatesAndReportsFailure) {
-  ASSERT_EQ(m_pane->FillDirectory(Path()), 1);
-  ExpectNameInput(ftpzn::kResultOk, "Type directory name", "Please input here...", "made");
-  EXPECT_TRUE(Command(ID_LOCAL_NEW_DIRECTORY));
-  EXPECT_TRUE(fs::is_directory(m_root / "made"));
-  EXPECT_EQ(m_pane->GetRowName(1), "made");
-  ExpectNameInput(ftpzn::kResultOk, "Type directory name", "Please input here...", "/made");
-  DialogScript::ExpectMessageBox();
-  EXPECT_TRUE(Command(ID_LOCAL_NEW_DIRECTORY));
-  EXPECT_EQ(Messages(), std::vector<wxString>{"Create directory error:" + Path("made") + " error:17"});
-  ExpectNameInput(ftpzn::kResultCancel, "Type directory name", "Please input here...", "other");
-  EXPECT_TRUE(Command(ID_LOCAL_NEW_DIRECTORY));
-  EXPECT_FALSE(fs::exists(m_root / "other"));
+  // Change Directory takes the typed text as relative, even after a
+  // separator; New Directory creates below the current directory.
+  const std::tuple<int, int, wxString, Texts, wxString, wxString> steps[] = {
+      {ID_LOCAL_CHANGE_DIRECTORY, ftpzn::kResultOk, "sub/", {}, Path("sub"), "deeper"},
+      {ID_LOCAL_CHANGE_DIRECTORY, ftpzn::kResultOk, "//deeper//", {}, Path("sub/deeper"), "x.txt"},
+      {ID_LOCAL_CHANGE_DIRECTORY,
+       ftpzn::kResultOk,
+       "nope",
+       {"Find local directory error!"},
+       Path("sub/deeper"),
+       "x.txt"},
+      {ID_LOCAL_CHANGE_DIRECTORY, ftpzn::kResultCancel, "..", {}, Path("sub/deeper"), "x.txt"},
+      {ID_LOCAL_NEW_DIRECTORY, ftpzn::kResultOk, "made", {}, Path("sub/deeper"), "made"},
+      {ID_LOCAL_NEW_DIRECTORY,
+       ftpzn::kResultOk,
+       "/made",
+       {"Create directory error:" + Path("sub/deeper/made") + " error:17"},
+       Path("sub/deeper"),
+       "made"},
+      {ID_LOCAL_NEW_DIRECTORY, ftpzn::kResultCancel, "other", {}, Path("sub/deeper"), "made"},
+  };
+  for (const auto& [command, result, typed, messages, directory, firstRow] : steps) {
+    SCOPED_TRACE(typed);
+    const bool change = command == ID_LOCAL_CHANGE_DIRECTORY;
+    Says([&] { EXPECT_TRUE(Command(command)); }, messages,
+         [&] {
+           DialogScript::ExpectModal<CDlgInputString>(result, [&](CDlgInputString* dialog) {
+             EXPECT_EQ(dialog->m_strTitle, change ? "Type new directory name" : "Type directory name");
+             EXPECT_EQ(dialog->m_strInput, change ? "To Directory" : "Please input here...");
+             dialog->m_strInput = typed;
+           });
+         });
+    EXPECT_EQ(std::pair(m_directory, m_pane->GetRowName(1)), std::pair(directory, firstRow));
+  }
+  EXPECT_TRUE(fs::is_directory(m_root / "sub/deeper/made"));
+  EXPECT_FALSE(fs::exists(m_root / "sub/deeper/other"));
 }
 
 TEST_F(LocalPane, DeleteCommandsActOnTheirKindOfRow) {
-  File("f1");
-  File("f2");
-  File("f3");
-  Dir("e1");
-  Dir("e2");
-  Dir("e3");
-  File("n1/inside");
-  ASSERT_EQ(m_pane->FillDirectory(Path()), 1);
-
-  Select({"f1", "e1", "n1"});
-  DialogScript::ExpectMessageBox();
-  EXPECT_TRUE(Command(ID_LOCAL_DELETE));
-  EXPECT_EQ(Messages(), std::vector<wxString>{"Directory:" + Path("n1") + " is not empty!"});
-  EXPECT_FALSE(fs::exists(m_root / "f1"));
-  EXPECT_FALSE(fs::exists(m_root / "e1"));
-  EXPECT_TRUE(fs::exists(m_root / "n1/inside"));
-  EXPECT_EQ(Row("n1"), 5);  // refreshed: ..Up e2 e3 f2 f3 n1
-
-  DialogScript::VerifyAndClear();
-  Select({"f2", "e2"});
-  EXPECT_TRUE(Command(ID_LOCAL_DELETE_FILE));
-  EXPECT_FALSE(fs::exists(m_root / "f2"));
-  EXPECT_TRUE(fs::exists(m_root / "e2"));
-
-  Select({"f3", "e2", "n1"});
-  DialogScript::ExpectMessageBox();
-  EXPECT_TRUE(Command(ID_LOCAL_DELETE_DIRECTORY));
-  EXPECT_EQ(Messages(), std::vector<wxString>{"Directory:" + Path("n1") + " is not empty!"});
-  EXPECT_TRUE(fs::exists(m_root / "f3"));
-  EXPECT_FALSE(fs::exists(m_root / "e2"));
-
-  // The parent row is a folder named "..Up" like any other.
-  DialogScript::VerifyAndClear();
-  Select({"..Up", "e3"});
-  DialogScript::ExpectMessageBox();
-  EXPECT_TRUE(Command(ID_LOCAL_DELETE));
-  EXPECT_EQ(Messages(), std::vector<wxString>{"Remove directory:" + Path("..Up") + " error:2"});
-  EXPECT_FALSE(fs::exists(m_root / "e3"));
-
-  // A file that went away after it was listed.
-  DialogScript::VerifyAndClear();
-  Select({"f3"});
-  fs::remove(m_root / "f3");
-  DialogScript::ExpectMessageBox();
-  EXPECT_TRUE(Command(ID_LOCAL_DELETE_FILE));
-  EXPECT_EQ(Messages(), std::vector<wxString>{"Delete file:" + Path("f3") + " error:2"});
-  EXPECT_EQ(m_pane->GetItemCount(), 2);
-}
-
-TEST_F(LocalPane, DeleteRecursiveRemovesADeepTreeWithoutAQuestion) {
+  Make({"f1", "f2", "f3", "e1/", "e2/", "e3/", "n1/inside", "hollow/", "tree/"});
   fs::path deep = "tree";
   for (int level = 0; level < 8; ++level) {
     deep /= "d" + std::to_string(level);
-    File(deep / "data.bin", 100);
-    Dir(deep / "empty");
+    Make({deep / "data.bin", deep / "empty/"}, 100);
   }
-  File("lone.txt");
-  Dir("hollow");
   ASSERT_EQ(m_pane->FillDirectory(Path()), 1);
-  Select({"tree", "lone.txt", "hollow"});
-  EXPECT_TRUE(Command(ID_LOCAL_DELETE_RECURSIVE));
-  EXPECT_TRUE(Messages().empty());
+  const wxString notEmpty = "Directory:" + Path("n1") + " is not empty!";
+  // The parent row is a folder named "..Up" like any other; Delete
+  // Recursive asks nothing and removes whole trees. The rows are listed
+  // again after each command.
+  const std::tuple<Texts, int, Texts, Texts> steps[] = {
+      {{"f1", "e1", "n1"},
+       ID_LOCAL_DELETE,
+       {notEmpty},
+       {"..Up", "e2", "e3", "f2", "f3", "hollow", "n1", "tree"}},
+      {{"f2", "e2"}, ID_LOCAL_DELETE_FILE, {}, {"..Up", "e2", "e3", "f3", "hollow", "n1", "tree"}},
+      {{"f3", "e2", "n1"},
+       ID_LOCAL_DELETE_DIRECTORY,
+       {notEmpty},
+       {"..Up", "e3", "f3", "hollow", "n1", "tree"}},
+      {{"..Up", "e3"},
+       ID_LOCAL_DELETE,
+       {"Remove directory:" + Path("..Up") + " error:2"},
+       {"..Up", "f3", "hollow", "n1", "tree"}},
+      {{"tree", "hollow"}, ID_LOCAL_DELETE_RECURSIVE, {}, {"..Up", "f3", "n1"}},
+  };
+  for (const auto& [selected, command, messages, rows] : steps) {
+    SCOPED_TRACE(command);
+    Select(selected);
+    Says([&] { EXPECT_TRUE(Command(command)); }, messages);
+    EXPECT_EQ(Column(0), rows);
+  }
+  EXPECT_TRUE(fs::exists(m_root / "n1/inside"));
+  // A file that went away after it was listed.
+  Select({"f3"});
+  fs::remove(m_root / "f3");
+  Says([&] { EXPECT_TRUE(Command(ID_LOCAL_DELETE_FILE)); }, {"Delete file:" + Path("f3") + " error:2"});
+  EXPECT_EQ(Column(0), (Texts{"..Up", "n1"}));
+  Select({"n1"});
+  Says([&] { EXPECT_TRUE(Command(ID_LOCAL_DELETE_RECURSIVE)); }, {});
   EXPECT_TRUE(fs::is_empty(m_root));
   EXPECT_EQ(m_pane->GetItemCount(), 1);
 }
 
-TEST_F(LocalPane, NamesThatAreNotUtf8AreShownEnteredAndDeleted) {
-  File("old\xE9/inner.txt");
-  File("latin\xE9.txt", 5);
+TEST_F(LocalPane, OddNamesAreShownEnteredAndDeletedWhereTheyAre) {
+  Make({"old\xE9/inner.txt", "latin\xE9.txt", "star*/victim", "star*/other", "star/victim"});
   ASSERT_EQ(m_pane->FillDirectory(Path()), 1);
-  ftpzn::test::PumpFor(30);  // drawn without complaint
-  const wxString dir = ftpzn::LocalNameFromBytes("old\xE9");
-  const wxString file = ftpzn::LocalNameFromBytes("latin\xE9.txt");
+  PumpFor(30);  // drawn without complaint
+  const wxString dir = ftpzn::LocalNameFromBytes("old\xE9"),
+                 file = ftpzn::LocalNameFromBytes("latin\xE9.txt");
   EXPECT_EQ(m_pane->GetItemText(Row(file), 0), wxString(L"latin\uFFFD.txt"));
-  Select({});
-  m_pane->SetItemState(Row(file), wxLIST_STATE_SELECTED, wxLIST_STATE_SELECTED);
-  EXPECT_TRUE(Command(ID_LOCAL_DELETE));
-  EXPECT_TRUE(Messages().empty());
+  Select({file});
+  Says([&] { EXPECT_TRUE(Command(ID_LOCAL_DELETE)); }, {});
   EXPECT_FALSE(fs::exists(m_root / "latin\xE9.txt"));
   m_pane->DoubleClickRow(Row(dir));
-  EXPECT_EQ(m_directory, Path() + "/" + dir);
-  EXPECT_EQ(m_pane->GetRowName(1), "inner.txt");
-}
-
-TEST_F(LocalPane, FolderNamedWithATrailingStarStaysCurrentAfterARefresh) {
-  File("star*/victim");
-  File("star*/other");
-  File("star/victim");
+  EXPECT_EQ(std::pair(m_directory, m_pane->GetRowName(1)),
+            std::pair(Path() + "/" + dir, wxString("inner.txt")));
+  // A folder named with a trailing star stays current after a refresh, and
+  // a delete acts on the folder the rows show, never on its namesake.
   ASSERT_EQ(m_pane->FillDirectory(Path()), 1);
   m_pane->DoubleClickRow(Row("star*"));
-  ASSERT_EQ(m_directory, Path("star*"));
   EXPECT_TRUE(Command(ID_LOCAL_REFRESH));
   EXPECT_EQ(m_directory, Path("star*"));
-  // A delete acts on the folder the rows show, never on its namesake.
   Select({"victim"});
-  EXPECT_TRUE(Command(ID_LOCAL_DELETE_FILE));
-  EXPECT_TRUE(Messages().empty());
-  EXPECT_FALSE(fs::exists(m_root / "star*/victim"));
-  EXPECT_TRUE(fs::exists(m_root / "star/victim"));
+  Says([&] { EXPECT_TRUE(Command(ID_LOCAL_DELETE_FILE)); }, {});
+  EXPECT_EQ(std::pair(fs::exists(m_root / "star*/victim"), fs::exists(m_root / "star/victim")),
+            std::pair(false, true));
   EXPECT_EQ(m_directory, Path("star*"));
-  EXPECT_EQ(Column(0), (std::vector<wxString>{"..Up", "other"}));
+  EXPECT_EQ(Column(0), (Texts{"..Up", "other"}));
 }
 
-TEST_F(LocalPane, DropListsTheFolderButKeepsTheCurrentDirectory) {
-  File("here/one.txt");
-  File("there/two.txt");
-  File("there/three.txt");
+TEST_F(LocalPane, DropListsTheFolderButKeepsTheCurrentDirectoryAndOwnCommandsOnly) {
+  Make({"here/one.txt", "there/two.txt", "there/three.txt"});
   ASSERT_EQ(m_pane->FillDirectory(Path("here")), 1);
   auto* target = dynamic_cast<wxFileDropTarget*>(m_pane->GetDropTarget());
   ASSERT_NE(target, nullptr);
-  wxArrayString dropped;
-  dropped.Add(Path("there/two.txt"));
-  dropped.Add(Path("here/one.txt"));
-  EXPECT_TRUE(target->OnDropFiles(10, 10, dropped));
-  EXPECT_EQ(Column(0), (std::vector<wxString>{"..Up", "three.txt", "two.txt"}));
-  EXPECT_EQ(m_directory, Path("here"));
-  dropped.clear();
-  dropped.Add(Path());
-  EXPECT_TRUE(target->OnDropFiles(10, 10, dropped));
-  EXPECT_EQ(Column(0), (std::vector<wxString>{"..Up", "here", "there"}));
-  EXPECT_EQ(m_directory, Path("here"));
-}
-
-TEST_F(LocalPane, HandlesOnlyItsOwnCommands) {
-  ASSERT_EQ(m_pane->FillDirectory(Path()), 1);
+  const std::tuple<std::vector<wxString>, Texts> drops[] = {
+      {{Path("there/two.txt"), Path("here/one.txt")}, {"..Up", "three.txt", "two.txt"}},
+      {{Path()}, {"..Up", "here", "there"}}};
+  for (const auto& [dropped, rows] : drops) {
+    EXPECT_TRUE(target->OnDropFiles(10, 10, wxArrayString(dropped.size(), dropped.data())));
+    EXPECT_EQ(std::pair(Column(0), m_directory), std::pair(rows, Path("here")));
+  }
   EXPECT_TRUE(Command(ID_LOCAL_REFRESH));
   for (int id : {9107, 9108, 9110, 9112, 9113, 9114, 9117, 9094}) EXPECT_FALSE(Command(id)) << id;
-  std::unique_ptr<wxMenu> menu(ftpzn::res::LoadPopup(ftpzn::res::kMenuMain, 2));
-  ASSERT_TRUE(menu);
   // The context menu is the "Local" popup: the commands this pane handles,
   // and "Save list..." that nothing handles.
+  std::unique_ptr<wxMenu> menu(ftpzn::res::LoadPopup(ftpzn::res::kMenuMain, 2));
+  ASSERT_TRUE(menu);
   std::vector<int> ids;
   for (wxMenuItem* item : menu->GetMenuItems()) ids.push_back(item->GetId());
-  const std::vector<int> expected = {
-      ID_LOCAL_REFRESH,          ID_LOCAL_UP_DIRECTORY,     ID_LOCAL_CHANGE_DIRECTORY,
-      ID_LOCAL_NEW_DIRECTORY,    ID_LOCAL_DELETE,           ID_LOCAL_DELETE_FILE,
-      ID_LOCAL_DELETE_DIRECTORY, ID_LOCAL_DELETE_RECURSIVE, ID_LOCAL_SAVE_LIST};
-  EXPECT_EQ(ids, expected);
+  EXPECT_EQ(ids,
+            (std::vector<int>{ID_LOCAL_REFRESH, ID_LOCAL_UP_DIRECTORY, ID_LOCAL_CHANGE_DIRECTORY,
+                              ID_LOCAL_NEW_DIRECTORY, ID_LOCAL_DELETE, ID_LOCAL_DELETE_FILE,
+                              ID_LOCAL_DELETE_DIRECTORY, ID_LOCAL_DELETE_RECURSIVE, ID_LOCAL_SAVE_LIST}));
 }
 
 // An enumeration shaped like the remote one.
 struct FakeFinder {
   std::wstring GetFileName() const { return L"remote.bin"; }
   uint64_t GetLength() const { return 0x100000400ULL; }
-  bool GetLastWriteTime(uint64_t& t) const {
-    t = 133000000000000000ULL;
-    return true;
-  }
+  bool GetLastWriteTime(uint64_t& t) const { return (t = 133000000000000000ULL) != 0; }
   bool IsDirectory() const { return false; }
 };
 
-TEST_F(LocalPane, NamedAndFoundInsertsBuildRowsFromRecords) {
+TEST_F(LocalPane, InsertsBuildRowsFromRecordsAndTheBusyAnimationShowsOnce) {
   setenv("TZ", "UTC0", 1);
   tzset();
-  EXPECT_EQ(m_pane->InsertParentItem(), 0);
-  EXPECT_EQ(m_pane->InsertNamedItem(1, "Data.TXT", 2048), 1);
-  EXPECT_EQ(m_pane->InsertNamedItem(2, "data.txt", 10), -1);  // same name in another case
-  EXPECT_EQ(m_pane->InsertNamedFolder(1, "box"), 1);
-  EXPECT_EQ(m_pane->InsertFoundItem(3, FakeFinder{}), 3);
-  EXPECT_EQ(m_pane->InsertFoundItemKeepingTexts(99, "last", 0, ftpzn::FileTimeFromUnix(-600000000), true),
-            4);  // past the end: appended
-  EXPECT_EQ(Column(0), (std::vector<wxString>{"..Up", "box", "Data.TXT", "remote.bin", "last"}));
-  EXPECT_EQ(Column(1), (std::vector<wxString>{"", "", "2 KB", "1 KB", ""}));
-  EXPECT_EQ(m_pane->GetItemText(1, 2), "Folder");
-  EXPECT_EQ(m_pane->GetItemSize(3), 1024u);  // the low 32 bits of the length
-  const wxString today = wxDateTime::Now().Format("%y/%m/%d");
-  EXPECT_TRUE(m_pane->GetItemText(2, 3).StartsWith(today));
-  EXPECT_EQ(m_pane->GetItemText(4, 3), "");  // 1950 cannot be shown
-  EXPECT_EQ(m_pane->GetItemText(0, 3), "70/01/01/00/00/00");
+  // Same name in another case: refused; past the end: appended.
+  EXPECT_EQ(std::vector<int>({m_pane->InsertParentItem(), m_pane->InsertNamedItem(1, "Data.TXT", 2048),
+                              m_pane->InsertNamedItem(2, "data.txt", 10), m_pane->InsertNamedFolder(1, "box"),
+                              m_pane->InsertFoundItem(3, FakeFinder{}),
+                              m_pane->InsertFoundItemKeepingTexts(
+                                  99, "last", 0, ftpzn::FileTimeFromUnix(-600000000), true)}),
+            std::vector<int>({0, 1, -1, 1, 3, 4}));
+  EXPECT_EQ(Column(0), (Texts{"..Up", "box", "Data.TXT", "remote.bin", "last"}));
+  EXPECT_EQ(Column(1), (Texts{"", "", "2 KB", "1 KB", ""}));
+  // The low 32 bits of the length; 1950 cannot be shown.
+  EXPECT_EQ(std::tuple(m_pane->GetItemText(1, 2), m_pane->GetItemSize(3), m_pane->GetItemText(4, 3),
+                       m_pane->GetItemText(0, 3)),
+            std::tuple(wxString("Folder"), 1024u, wxString(), wxString("70/01/01/00/00/00")));
+  EXPECT_TRUE(m_pane->GetItemText(2, 3).StartsWith(wxDateTime::Now().Format("%y/%m/%d")));
   EXPECT_EQ(m_pane->GetRecord(7), nullptr);
-  m_pane->SetItemState(2, wxLIST_STATE_SELECTED, wxLIST_STATE_SELECTED);
-  m_pane->SetItemState(4, wxLIST_STATE_SELECTED, wxLIST_STATE_SELECTED);
-  EXPECT_EQ(m_pane->GetNextSelectedRow(-1), 2);
-  EXPECT_EQ(m_pane->GetNextSelectedRow(2), 4);
-  EXPECT_EQ(m_pane->GetNextSelectedRow(4), -1);
+  for (int row : {2, 4}) m_pane->SetItemState(row, wxLIST_STATE_SELECTED, wxLIST_STATE_SELECTED);
+  EXPECT_EQ(std::tuple(m_pane->GetNextSelectedRow(-1), m_pane->GetNextSelectedRow(2),
+                       m_pane->GetNextSelectedRow(4)),
+            std::tuple(2, 4, -1));
   m_pane->DeleteAllItems();
-  EXPECT_EQ(m_pane->GetItemCount(), 0);
-  EXPECT_EQ(m_pane->GetRecord(0), nullptr);
-}
+  EXPECT_EQ(std::pair(m_pane->GetItemCount(), m_pane->GetRecord(0)),
+            std::pair(0, (const ftpzn::FileListItem*)nullptr));
 
-TEST_F(LocalPane, BusyAnimationShowsOnce) {
-  EXPECT_EQ(m_pane->ShowBusyAnimation(true, m_frame), 1);
-  EXPECT_EQ(m_pane->m_bBusy, 1);
+  EXPECT_EQ((std::pair{m_pane->ShowBusyAnimation(true, m_frame), m_pane->m_bBusy}), std::pair(1, 1));
   EXPECT_NE(m_frame->FindWindow(9065), nullptr);
   EXPECT_EQ(m_pane->ShowBusyAnimation(true, m_frame), 0);
-  EXPECT_EQ(m_pane->ShowBusyAnimation(false, m_frame), 1);
-  EXPECT_EQ(m_pane->m_bBusy, 0);
+  EXPECT_EQ((std::pair{m_pane->ShowBusyAnimation(false, m_frame), m_pane->m_bBusy}), std::pair(1, 0));
   EXPECT_TRUE(ftpzn::test::PumpUntil([&] { return m_frame->FindWindow(9065) == nullptr; }, 2000));
-  EXPECT_EQ(m_pane->ShowBusyAnimation(true, m_frame), 1);
-  EXPECT_EQ(m_pane->ShowBusyAnimation(false, nullptr), 1);
+  EXPECT_EQ((std::pair{m_pane->ShowBusyAnimation(true, m_frame), m_pane->ShowBusyAnimation(false, nullptr)}),
+            std::pair(1, 1));
 }
 
-TEST_F(LocalPane, ScreenshotOfAListing) {
-  File("notes.txt", 3000);
-  File("report.pdf", 250000);
-  File("archive.tar.gz", 5000000);
-  File("noext", 10);
-  Dir("photos");
-  Dir("src");
-  ASSERT_EQ(m_pane->FillDirectory(Path()), 1);
-  m_frame->SetSize(640, 300);
-  m_pane->SetSize(620, 280);
-  m_pane->SetColumnWidth(0, 140);
-  m_pane->SetColumnWidth(2, 200);
-  m_pane->SetColumnWidth(3, 140);
-  const std::string shot = ftpzn::test::SaveScreenshot("local-pane");
-  EXPECT_FALSE(shot.empty());
-  std::printf("screenshot: %s\n", shot.c_str());
-}
-
-TEST_F(LocalPane, ListsOneHundredThousandFiles) {
-  const fs::path big = fs::path("/dev/shm") / ("ftpzn-pane-" + std::to_string(getpid()));
-  fs::create_directories(big);
-  for (int i = 0; i < 100000; ++i) {
-    char name[32];
-    std::snprintf(name, sizeof name, "f%06d.dat", i);
-    const int fd = open((big / name).c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0644);
-    ASSERT_GE(fd, 0);
-    close(fd);
-  }
-  const auto start = std::chrono::steady_clock::now();
-  ASSERT_EQ(m_pane->FillDirectory(wxString::FromUTF8(big.string())), 1);
-  ftpzn::test::PumpFor(20);
-  const auto elapsed =
-      std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start).count();
-  std::printf("100,000 files listed in %lld ms\n", static_cast<long long>(elapsed));
-  EXPECT_EQ(m_pane->GetItemCount(), 100001);
-  EXPECT_EQ(m_pane->GetRowName(1), "f000000.dat");
-  EXPECT_EQ(m_pane->GetItemText(100000, 0), "f099999.dat");
-  EXPECT_EQ(m_pane->GetItemText(100000, 2), "DAT File");
-  m_pane->EnsureVisible(100000);
-  ftpzn::test::PumpFor(20);
-  std::error_code ec;
-  fs::remove_all(big, ec);
+// Inside the real main window the path box follows every navigation, and
+// the window's commands reach the pane first.
+TEST(MainWindowLocalPane, PathBoxFollowsNavigationAndTheHostsDirectory) {
+  const fs::path root = ftpzn::test::MakeTempDir("ftpzn-mainwnd-");
+  fs::create_directories(root / "sub/inner");
+  std::ofstream(root / "sub/file.txt") << "x";
+  const auto path = [&](const fs::path& relative) { return wxString::FromUTF8((root / relative).string()); };
+  const wxString top = wxString::FromUTF8(root.string());
+  Cftpfacezn face;
+  ASSERT_EQ(face.showFrameWnd(top, nullptr), 1);
+  CDlgFTPMainWnd* window = nullptr;
+  for (wxWindow* shown : wxTopLevelWindows)
+    if (auto* main = dynamic_cast<CDlgFTPMainWnd*>(shown); main && main->IsShown()) window = main;
+  ASSERT_NE(window, nullptr);
+  CFtpListzn1Local& pane = window->m_ctrlLocal;
+  const auto box = [&] { return window->m_editLocalDir->GetValue(); };
+  const auto command = [&](int id) {
+    wxCommandEvent event(wxEVT_MENU, id);
+    event.SetEventObject(window);
+    return window->ProcessWindowEvent(event);
+  };
+  EXPECT_EQ(std::tuple(box(), pane.GetItemCount(), pane.GetRowName(1)), std::tuple(top, 2, wxString("sub")));
+  pane.DoubleClickRow(1);
+  EXPECT_EQ(std::pair(box(), pane.GetRowName(1)), std::pair(path("sub"), wxString("file.txt")));
+  // The menu's Up Directory and New Directory go to the pane through the window.
+  EXPECT_TRUE(command(ID_LOCAL_UP_DIRECTORY));
+  EXPECT_EQ(std::pair(box(), window->m_strLocalDir), std::pair(top, top));
+  DialogScript::ExpectModal<CDlgInputString>(ftpzn::kResultOk, [](CDlgInputString* dialog) {
+    EXPECT_EQ(dialog->m_strTitle, "Type directory name");
+    dialog->m_strInput = "fresh";
+  });
+  EXPECT_TRUE(command(ID_LOCAL_NEW_DIRECTORY));
+  EXPECT_EQ(std::pair(fs::is_directory(root / "fresh"), pane.GetRowName(1)),
+            std::pair(true, wxString("fresh")));
+  // A drop leaves the path box, and Refresh lists the current directory
+  // again, not the dropped one.
+  auto* target = dynamic_cast<wxFileDropTarget*>(pane.GetDropTarget());
+  ASSERT_NE(target, nullptr);
+  const wxString inner = path("sub/inner");
+  target->OnDropFiles(5, 5, wxArrayString(1, &inner));
+  EXPECT_EQ(std::pair(pane.GetItemCount(), box()),
+            std::pair(1, top));  // inner is empty: the parent row alone
+  EXPECT_TRUE(command(ID_LOCAL_REFRESH));
+  EXPECT_EQ(pane.GetItemCount(), 3);
+  // An unreadable directory shows the fallback but keeps the path asked for.
+  DialogScript::ExpectMessageBox();
+  ASSERT_EQ(window->SetLocalDirectory(path("missing")), 1);
+  EXPECT_EQ(DialogScript::MessageBoxTexts(), Texts{"Find local fold error, trying defaul..."});
+  EXPECT_EQ(std::pair(box(), pane.GetRowName(0)), std::pair(path("missing"), wxString("..Up")));
+  // An empty directory from the host means the home directory.
+  ASSERT_EQ(face.showFrameWnd(wxString(), nullptr), 1);
+  EXPECT_EQ(std::pair(box(), pane.GetRowName(0)), std::pair(wxGetHomeDir(), wxString("..Up")));
+  DialogScript::VerifyAndClear();
 }
 
 }  // namespace
