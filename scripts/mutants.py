@@ -22,6 +22,9 @@ ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 BUILD = os.environ.get("BUILD_DIR", "build")
 # A mutant that hangs a test is caught by the time-out: that counts as killed.
 TEST_TIMEOUT = os.environ.get("MUTANT_TEST_TIMEOUT", "240")
+# Test binaries mostly wait on servers and displays, so several at once
+# shorten a run even on two cores.
+JOBS = os.environ.get("MUTANT_JOBS", "3")
 
 COMPARISON_SWAPS = [(" == ", " != "), (" != ", " == "), (" <= ", " > "),
                     (" >= ", " < "), (" < ", " >= "), (" > ", " <= "),
@@ -177,7 +180,7 @@ def main():
             t0 = time.time()
             try:
                 result = run(["ctest", "--test-dir", BUILD, "--stop-on-failure",
-                              "--timeout", TEST_TIMEOUT],
+                              "-j", JOBS, "--timeout", TEST_TIMEOUT],
                              timeout=int(TEST_TIMEOUT) * 20)
                 caught, by = result.returncode != 0, first_failure(result.stdout)
                 if caught and by != "?":
@@ -188,7 +191,7 @@ def main():
                     caught = again.returncode != 0
                     if not caught:
                         rest = run(["ctest", "--test-dir", BUILD, "--stop-on-failure",
-                                    "-E", f"^{by}$", "--timeout", TEST_TIMEOUT])
+                                    "-j", JOBS, "-E", f"^{by}$", "--timeout", TEST_TIMEOUT])
                         caught, by = rest.returncode != 0, first_failure(rest.stdout)
             except subprocess.TimeoutExpired:
                 caught, by = True, "suite time-out"
