@@ -7,9 +7,11 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include "ftp_servers.h"
 
@@ -28,15 +30,10 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "%s", usage);
     return 2;
   }
-  FtpServerKind kind;
-  std::string name = argv[1];
-  if (name == "vsftpd") {
-    kind = FtpServerKind::Vsftpd;
-  } else if (name == "pureftpd") {
-    kind = FtpServerKind::PureFtpd;
-  } else if (name == "proftpd") {
-    kind = FtpServerKind::Proftpd;
-  } else {
+  const std::string name = argv[1];
+  std::vector<FtpServerKind> kinds = AllFtpServers();
+  auto kind = std::find_if(kinds.begin(), kinds.end(), [&](FtpServerKind k) { return name == FtpServerName(k); });
+  if (kind == kinds.end()) {
     std::fprintf(stderr, "unknown server %s\n", argv[1]);
     return 2;
   }
@@ -65,7 +62,7 @@ int main(int argc, char** argv) {
     }
   }
   std::string error;
-  auto server = FtpTestServer::Start(kind, argv[2], error, ipv6, tls);
+  auto server = FtpTestServer::Start(*kind, argv[2], error, ipv6, tls);
   if (!server) {
     std::fprintf(stderr, "ftpzn-test-ftpd: %s\n", error.c_str());
     return 1;
