@@ -1,7 +1,5 @@
-// The local pane as a real window under Xvfb, alone and inside the main
-// window, over temporary directory trees, with its dialogs answered by the
-// dialog hook.
-#include <ftpzn/ftpface.h>
+// The local pane as a real window under Xvfb over temporary directory
+// trees, with its dialogs answered by the dialog hook.
 #include <gtest/gtest.h>
 #include <wx/dnd.h>
 #include <wx/frame.h>
@@ -13,7 +11,7 @@
 #include <fstream>
 
 #include "gui_harness.h"
-#include "mainwnd/dlgftpmainwnd.h"
+#include "temp_tree.h"
 #include "panes/ftplistzn.h"
 #include "res/menus.h"
 #include "ui/dialogs.h"
@@ -26,7 +24,7 @@ using ftpzn::test::DialogScript;
 using ftpzn::test::PumpFor;
 using Texts = std::vector<wxString>;
 
-class LocalPane : public testing::Test {
+class LocalPane : public testing::Test, public ftpzn::test::TempTree {
  protected:
   void SetUp() override {
     ASSERT_TRUE(m_pane->Create(m_frame, 9068, wxPoint(0, 0), wxSize(500, 400)));
@@ -42,16 +40,6 @@ class LocalPane : public testing::Test {
     PumpFor(20);
   }
 
-  // Files of `bytes` bytes; a name ending in '/' is a folder.
-  void Make(std::initializer_list<fs::path> paths, size_t bytes = 0) {
-    for (const fs::path& p : paths) {
-      fs::create_directories((m_root / p).parent_path());
-      if (!p.filename().empty()) std::ofstream(m_root / p) << std::string(bytes, 'x');
-    }
-  }
-  wxString Path(const fs::path& relative = {}) const {
-    return wxString::FromUTF8((relative.empty() ? m_root : m_root / relative).string());
-  }
   Texts Column(int column) const {
     Texts texts;
     for (int row = 0; row < m_pane->GetItemCount(); ++row) texts.push_back(m_pane->GetItemText(row, column));
@@ -86,38 +74,10 @@ class LocalPane : public testing::Test {
     EXPECT_EQ(DialogScript::MessageBoxTexts(), texts);
   }
 
-  const fs::path m_root = ftpzn::test::MakeTempDir("ftpzn-pane-");
   wxString m_directory;
   wxFrame* m_frame = new wxFrame(nullptr, wxID_ANY, "panes", wxPoint(0, 0), wxSize(640, 420));
   CFtpListzn1Local* m_pane = new CFtpListzn1Local;
 };
-
-TEST_F(LocalPane, ListsParentRowFirstThenNamesByUpperCase) {
-  Make({"A.pdf", "sub/", "noext/"});
-  Make({"b.txt"}, 1025);
-  Make({"_under"}, 1048576);
-  Make({"Zed.qqzz", "archive.tar.gz"}, 10);
-  Says([&] { ASSERT_EQ(m_pane->FillDirectory(Path()), 1); }, {});
-  EXPECT_EQ(m_directory, Path());
-  EXPECT_EQ(Column(0),
-            (Texts{"..Up", "A.pdf", "archive.tar.gz", "b.txt", "noext", "sub", "Zed.qqzz", "_under"}));
-  EXPECT_EQ(Column(1), (Texts{"", "1 KB", "1 KB", "2 KB", "", "", "1 KB", "1,024 KB"}));
-  EXPECT_EQ(Column(2), (Texts{"..Up", "PDF document", "Tar archive (gzip-compressed)", "plain text document",
-                              "Folder", "Folder", "QQZZ File", "File"}));
-  EXPECT_TRUE(m_pane->GetItemText(3, 3).StartsWith(wxDateTime::Now().Format("%y/%m/%d")))
-      << m_pane->GetItemText(3, 3);
-  EXPECT_EQ(std::tuple(m_pane->IsItemFolder(0), m_pane->IsItemFolder(Row("sub")),
-                       m_pane->IsItemFolder(Row("b.txt")), m_pane->GetItemSize(Row("b.txt"))),
-            std::tuple(1, 1, 0, 1025u));
-  m_pane->SetSize(620, 280);
-  for (int column : {0, 2, 3}) m_pane->SetColumnWidth(column, column == 2 ? 200 : 140);
-  EXPECT_FALSE(ftpzn::test::SaveScreenshot("local-pane").empty());
-  // A second fill replaces the rows, parent row first again.
-  Make({"0first"});
-  ASSERT_EQ(m_pane->FillDirectory(Path()), 1);
-  EXPECT_EQ(Column(0).size(), 9u);
-  EXPECT_EQ(Column(0)[1], "0first");
-}
 
 TEST_F(LocalPane, EntersFoldersGoesUpToTheRootAndFallsBackHome) {
   Make({"sub/inner/deep.txt", "plain.txt", "vanishing/"});
@@ -216,6 +176,8 @@ TEST_F(LocalPane, DeleteCommandsActOnTheirKindOfRow) {
     deep /= "d" + std::to_string(level);
     Make({deep / "data.bin", deep / "empty/"}, 100);
   }
+  // A link goes as a link: what it points to stays.
+  fs::create_directory_symlink(m_root / "n1", m_root / "tree/d0/link-to-n1");
   ASSERT_EQ(m_pane->FillDirectory(Path()), 1);
   const wxString notEmpty = "Directory:" + Path("n1") + " is not empty!";
   // The parent row is a folder named "..Up" like any other; Delete
@@ -255,33 +217,6 @@ TEST_F(LocalPane, DeleteCommandsActOnTheirKindOfRow) {
   EXPECT_EQ(m_pane->GetItemCount(), 1);
 }
 
-TEST_F(LocalPane, OddNamesAreShownEnteredAndDeletedWhereTheyAre) {
-  Make({"old\xE9/inner.txt", "latin\xE9.txt", "star*/victim", "star*/other", "star/victim"});
-  ASSERT_EQ(m_pane->FillDirectory(Path()), 1);
-  PumpFor(30);  // drawn without complaint
-  const wxString dir = ftpzn::LocalNameFromBytes("old\xE9"),
-                 file = ftpzn::LocalNameFromBytes("latin\xE9.txt");
-  EXPECT_EQ(m_pane->GetItemText(Row(file), 0), wxString(L"latin\uFFFD.txt"));
-  Select({file});
-  Says([&] { EXPECT_TRUE(Command(ID_LOCAL_DELETE)); }, {});
-  EXPECT_FALSE(fs::exists(m_root / "latin\xE9.txt"));
-  m_pane->DoubleClickRow(Row(dir));
-  EXPECT_EQ(std::pair(m_directory, m_pane->GetRowName(1)),
-            std::pair(Path() + "/" + dir, wxString("inner.txt")));
-  // A folder named with a trailing star stays current after a refresh, and
-  // a delete acts on the folder the rows show, never on its namesake.
-  ASSERT_EQ(m_pane->FillDirectory(Path()), 1);
-  m_pane->DoubleClickRow(Row("star*"));
-  EXPECT_TRUE(Command(ID_LOCAL_REFRESH));
-  EXPECT_EQ(m_directory, Path("star*"));
-  Select({"victim"});
-  Says([&] { EXPECT_TRUE(Command(ID_LOCAL_DELETE_FILE)); }, {});
-  EXPECT_EQ(std::pair(fs::exists(m_root / "star*/victim"), fs::exists(m_root / "star/victim")),
-            std::pair(false, true));
-  EXPECT_EQ(m_directory, Path("star*"));
-  EXPECT_EQ(Column(0), (Texts{"..Up", "other"}));
-}
-
 TEST_F(LocalPane, DropListsTheFolderButKeepsTheCurrentDirectoryAndOwnCommandsOnly) {
   Make({"here/one.txt", "there/two.txt", "there/three.txt"});
   ASSERT_EQ(m_pane->FillDirectory(Path("here")), 1);
@@ -296,16 +231,27 @@ TEST_F(LocalPane, DropListsTheFolderButKeepsTheCurrentDirectoryAndOwnCommandsOnl
   }
   EXPECT_TRUE(Command(ID_LOCAL_REFRESH));
   for (int id : {9107, 9108, 9110, 9112, 9113, 9114, 9117, 9094}) EXPECT_FALSE(Command(id)) << id;
-  // The context menu is the "Local" popup: the commands this pane handles,
-  // and "Save list..." that nothing handles.
-  std::unique_ptr<wxMenu> menu(ftpzn::res::LoadPopup(ftpzn::res::kMenuMain, 2));
-  ASSERT_TRUE(menu);
-  std::vector<int> ids;
-  for (wxMenuItem* item : menu->GetMenuItems()) ids.push_back(item->GetId());
-  EXPECT_EQ(ids,
-            (std::vector<int>{ID_LOCAL_REFRESH, ID_LOCAL_UP_DIRECTORY, ID_LOCAL_CHANGE_DIRECTORY,
-                              ID_LOCAL_NEW_DIRECTORY, ID_LOCAL_DELETE, ID_LOCAL_DELETE_FILE,
-                              ID_LOCAL_DELETE_DIRECTORY, ID_LOCAL_DELETE_RECURSIVE, ID_LOCAL_SAVE_LIST}));
+}
+
+// The pane's context menu is the "Local" popup: the commands it handles,
+// and "Save list..." that nothing handles. The bookmark menu is a resource
+// of its own that the main window does not load.
+TEST(Menus, LocalPopupAndBookmarkMenuItemsInOrder) {
+  std::unique_ptr<wxMenu> popup(ftpzn::res::LoadPopup(ftpzn::res::kMenuMain, 2));
+  std::unique_ptr<wxMenuBar> bar(ftpzn::res::LoadMenuBar(ftpzn::res::kMenuBookmarks));
+  ASSERT_TRUE(popup && bar && bar->GetMenuCount() == 1);
+  EXPECT_EQ(bar->GetMenuLabelText(0), "Bookmark");
+  const std::pair<wxMenu*, std::vector<int>> menus[] = {
+      {popup.get(),
+       {ID_LOCAL_REFRESH, ID_LOCAL_UP_DIRECTORY, ID_LOCAL_CHANGE_DIRECTORY, ID_LOCAL_NEW_DIRECTORY, ID_LOCAL_DELETE,
+        ID_LOCAL_DELETE_FILE, ID_LOCAL_DELETE_DIRECTORY, ID_LOCAL_DELETE_RECURSIVE, ID_LOCAL_SAVE_LIST}},
+      {bar->GetMenu(0), {9119, 9129, 0, 9130, 9098}}};  // 0: a separator
+  for (const auto& [menu, expected] : menus) {
+    std::vector<int> ids;
+    for (wxMenuItem* item : menu->GetMenuItems()) ids.push_back(item->IsSeparator() ? 0 : item->GetId());
+    EXPECT_EQ(ids, expected);
+  }
+  EXPECT_EQ(bar->GetMenu(0)->GetLabelText(9129), "Add Bookmark");
 }
 
 // An enumeration shaped like the remote one.
@@ -349,61 +295,6 @@ TEST_F(LocalPane, InsertsBuildRowsFromRecordsAndTheBusyAnimationShowsOnce) {
   EXPECT_TRUE(ftpzn::test::PumpUntil([&] { return m_frame->FindWindow(9065) == nullptr; }, 2000));
   EXPECT_EQ((std::pair{m_pane->ShowBusyAnimation(true, m_frame), m_pane->ShowBusyAnimation(false, nullptr)}),
             std::pair(1, 1));
-}
-
-// Inside the real main window the path box follows every navigation, and
-// the window's commands reach the pane first.
-TEST(MainWindowLocalPane, PathBoxFollowsNavigationAndTheHostsDirectory) {
-  const fs::path root = ftpzn::test::MakeTempDir("ftpzn-mainwnd-");
-  fs::create_directories(root / "sub/inner");
-  std::ofstream(root / "sub/file.txt") << "x";
-  const auto path = [&](const fs::path& relative) { return wxString::FromUTF8((root / relative).string()); };
-  const wxString top = wxString::FromUTF8(root.string());
-  Cftpfacezn face;
-  ASSERT_EQ(face.showFrameWnd(top, nullptr), 1);
-  CDlgFTPMainWnd* window = nullptr;
-  for (wxWindow* shown : wxTopLevelWindows)
-    if (auto* main = dynamic_cast<CDlgFTPMainWnd*>(shown); main && main->IsShown()) window = main;
-  ASSERT_NE(window, nullptr);
-  CFtpListzn1Local& pane = window->m_ctrlLocal;
-  const auto box = [&] { return window->m_editLocalDir->GetValue(); };
-  const auto command = [&](int id) {
-    wxCommandEvent event(wxEVT_MENU, id);
-    event.SetEventObject(window);
-    return window->ProcessWindowEvent(event);
-  };
-  EXPECT_EQ(std::tuple(box(), pane.GetItemCount(), pane.GetRowName(1)), std::tuple(top, 2, wxString("sub")));
-  pane.DoubleClickRow(1);
-  EXPECT_EQ(std::pair(box(), pane.GetRowName(1)), std::pair(path("sub"), wxString("file.txt")));
-  // The menu's Up Directory and New Directory go to the pane through the window.
-  EXPECT_TRUE(command(ID_LOCAL_UP_DIRECTORY));
-  EXPECT_EQ(std::pair(box(), window->m_strLocalDir), std::pair(top, top));
-  DialogScript::ExpectModal<CDlgInputString>(ftpzn::kResultOk, [](CDlgInputString* dialog) {
-    EXPECT_EQ(dialog->m_strTitle, "Type directory name");
-    dialog->m_strInput = "fresh";
-  });
-  EXPECT_TRUE(command(ID_LOCAL_NEW_DIRECTORY));
-  EXPECT_EQ(std::pair(fs::is_directory(root / "fresh"), pane.GetRowName(1)),
-            std::pair(true, wxString("fresh")));
-  // A drop leaves the path box, and Refresh lists the current directory
-  // again, not the dropped one.
-  auto* target = dynamic_cast<wxFileDropTarget*>(pane.GetDropTarget());
-  ASSERT_NE(target, nullptr);
-  const wxString inner = path("sub/inner");
-  target->OnDropFiles(5, 5, wxArrayString(1, &inner));
-  EXPECT_EQ(std::pair(pane.GetItemCount(), box()),
-            std::pair(1, top));  // inner is empty: the parent row alone
-  EXPECT_TRUE(command(ID_LOCAL_REFRESH));
-  EXPECT_EQ(pane.GetItemCount(), 3);
-  // An unreadable directory shows the fallback but keeps the path asked for.
-  DialogScript::ExpectMessageBox();
-  ASSERT_EQ(window->SetLocalDirectory(path("missing")), 1);
-  EXPECT_EQ(DialogScript::MessageBoxTexts(), Texts{"Find local fold error, trying defaul..."});
-  EXPECT_EQ(std::pair(box(), pane.GetRowName(0)), std::pair(path("missing"), wxString("..Up")));
-  // An empty directory from the host means the home directory.
-  ASSERT_EQ(face.showFrameWnd(wxString(), nullptr), 1);
-  EXPECT_EQ(std::pair(box(), pane.GetRowName(0)), std::pair(wxGetHomeDir(), wxString("..Up")));
-  DialogScript::VerifyAndClear();
 }
 
 }  // namespace
