@@ -1,13 +1,11 @@
-// The engine's pure pieces: reply parsing, URL parsing, wire names.
+// The engine's pure pieces: passive replies, URLs, wire names.
 #include <gtest/gtest.h>
 
 #include <cstring>
 
 #include "inet/ftpcontrol.h"
 #include "inet/inet.h"
-#include "inet/reply.h"
 #include "inet/wirename.h"
-#include "memory_stream.h"
 
 namespace ftpzn::inet {
 namespace {
@@ -102,54 +100,6 @@ TEST(WireNames, EveryByteSequenceRoundTrips) {
   for (const auto& bytes : cases) ASSERT_EQ(WideToWire(WireToWide(bytes)), bytes);
   EXPECT_EQ(WireToWide("\xc3\xa9"), L"\u00e9");
   EXPECT_EQ(WireToWide("a\x80"), std::wstring(L"a") + wchar_t(0xDD00));
-}
-
-TEST(ReplyReader, SplitAnywhereGivesTheSameReplies) {
-  const std::string text =
-      "220-first\r\n220-220 not the end\r\n330 neither\r\n220 end\r\n331 single\r\n"
-      "211-x\n211\n"  // bare LF and a code-only last line
-      "550 last\r\n";
-  for (size_t piece = 1; piece <= text.size(); ++piece) {
-    SCOPED_TRACE(piece);
-    MemoryStream stream(text, piece);
-    ReplyReader reader(stream);
-    Deadline d = Deadline::After(1000);
-    FtpReply a = reader.Read(d);
-    ASSERT_EQ(a.code, 220);
-    ASSERT_EQ(a.lines.size(), 4u);
-    EXPECT_EQ(a.Text(), "220-first\r\n220-220 not the end\r\n330 neither\r\n220 end");
-    EXPECT_EQ(reader.Read(d).Text(), "331 single");
-    FtpReply c = reader.Read(d);
-    EXPECT_EQ(c.code, 211);
-    EXPECT_EQ(c.lines.size(), 2u);
-    EXPECT_EQ(reader.Read(d).code, 550);
-    try {
-      reader.Read(d);
-      ADD_FAILURE() << "read past the end";
-    } catch (const NetError& e) {
-      EXPECT_EQ(e.code, kErrConnectionAborted);
-    }
-  }
-}
-
-// Random bytes, CR, LF, NUL and digits: the reader either returns replies or
-// throws, and always stops.
-TEST(ReplyReader, DamageIsAnErrorNeverACrash) {
-  unsigned seed = 7;
-  const char alphabet[] = "0123456789 -\r\n\0abc";
-  for (int round = 0; round < 300; ++round) {
-    std::string text = "220-ok\r\n";
-    for (int i = 0; i < 200; ++i) text += alphabet[(seed = seed * 1103515245 + 12345) % (sizeof alphabet - 1)];
-    MemoryStream stream(text, 1 + round % 17);
-    ReplyReader reader(stream);
-    int replies = 0;
-    try {
-      for (; replies < 1000; ++replies) reader.Read(Deadline::After(1000));
-    } catch (const NetError& e) {
-      EXPECT_EQ(e.code, kErrConnectionAborted);
-    }
-    EXPECT_LT(replies, 1000);
-  }
 }
 
 }  // namespace

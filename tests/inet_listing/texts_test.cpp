@@ -15,41 +15,25 @@ using ftpzn::inet::InternetErrorText;
 
 namespace {
 
-// Codes whose wording a slip would change: odd spacing, long sentences, the
-// shared 12003/12004 text, the gap before 12036, the two FTP codes at the end.
-// clang-format off
+// Codes whose wording a slip would change: the ends of the table, the
+// shared 12003/12004 text, the trailing blank of 12019, the gap before
+// 12036; outside the table, and for the engine's own TLS codes, no text.
 TEST(ErrorTexts, ExactTextsBothWays) {
   const struct { uint32_t code; const char* text; } cases[] = {
       {12001, "No more handles could be generated at this time."},
-      {12002, "The request has timed out."},
       {12003, "An internal error has occurred."},
       {12004, "An internal error has occurred."},
-      {12007, "The server name could not be resolved."},
-      {12010, "The length of an option supplied to InternetQueryOption or InternetSetOption is incorrect for the type of option specified."},
-      {12013, "The request to connect and log on to an FTP server could not be completed because the supplied user name is incorrect."},
-      {12014, "The request to connect and log on to an FTP server could not be completed because the supplied password is incorrect."},
-      {12015, "The request to connect to and log on to an FTP server failed."},
-      {12017, "The operation was canceled, usually because the handle on which the request was operating was closed before the operation completed."},
       {12019, "The requested operation cannot be carried out because the handle supplied is not in the correct state. "},
-      {12029, "The attempt to connect to the server failed."},
-      {12030, "The connection with the server has been terminated."},
-      {12032, "Calls for the Win32 Internet function to redo the request."},
       {12033, "The request to the proxy was invalid."},
       {12036, "The request failed because the handle already exists."},
-      {12110, "The requested operation cannot be made on the FTP session  handle because an operation is already in progress."},
       {12111, "The FTP operation was not completed because the session was aborted."},
   };
   for (const auto& c : cases) {
-    SCOPED_TRACE(c.code);
-    ASSERT_NE(InternetErrorText(c.code), nullptr);
-    EXPECT_STREQ(InternetErrorText(c.code), c.text);
-    EXPECT_EQ(InternetErrorString(static_cast<int32_t>(c.code)).utf8_string(), c.text);
+    EXPECT_STREQ(InternetErrorText(c.code), c.text) << c.code;
+    EXPECT_EQ(InternetErrorString(static_cast<int32_t>(c.code)).utf8_string(), c.text) << c.code;
   }
-  for (uint32_t code : {0u, 1u, 12000u, 12034u, 12035u, 12037u, 12100u, 12109u, 12112u, 0xFFFFFFFFu})
-    EXPECT_EQ(InternetErrorText(code), nullptr) << code;
   for (int32_t code : {12000, 12034, 12035, 12037, 12050, 12109, 12112, 0, -1, -12001, INT32_MIN, INT32_MAX})
     EXPECT_TRUE(InternetErrorString(code).empty()) << code;
-  // Exactly the 36 rows of the table, all in 12001..12111.
   int rows = 0;
   for (uint32_t code = 11000; code < 13000; ++code) {
     if (const char* text = InternetErrorText(code)) {
@@ -59,8 +43,8 @@ TEST(ErrorTexts, ExactTextsBothWays) {
     }
   }
   EXPECT_EQ(rows, 36);
+  EXPECT_EQ(InternetErrorText(0xFFFFFFFFu), nullptr);
 }
-// clang-format on
 
 std::string Line(uint32_t status, const wchar_t* info = nullptr, uint32_t chars = 0, long thread = 4242) {
   uint32_t bytes = info ? static_cast<uint32_t>((chars ? chars : std::wcslen(info) + 1) * sizeof(wchar_t)) : 0;
@@ -76,17 +60,14 @@ TEST(SessionStatusLine, EveryCodeOfTheTable) {
       {31, "Request sent"},            {40, "Receiving response..."}, {41, "Response received!"},
       {50, "Closing connection..."},   {51, "Connection close!"},     {60, "Connection created!"},
       {70, "Closing Connection..."},   {100, "request complete"},     {110, "Redirected to URL"},
-      {200, "Busy"},                   {12, "Unknown status: 12"},    {0, "Unknown status: 0"},
-      {101, "Unknown status: 101"},    {0xFFFFFFFFu, "Unknown status: -1"},
+      {200, "Busy"},                   {12, "Unknown status: 12"},    {0xFFFFFFFFu, "Unknown status: -1"},
   };
   for (const auto& c : fixed) {
     EXPECT_EQ(Line(c.status), std::string("[4242] ") + c.line) << c.status;
     EXPECT_EQ(Line(c.status, L"ignored"), std::string("[4242] ") + c.line) << c.status;
   }
-  EXPECT_EQ(Line(10, L"ftp.example.org"), "[4242] resolving name for ftp.example.org");
-  EXPECT_EQ(Line(11, L"127.0.0.1"), "[4242] resolved name for 127.0.0.1!");
   EXPECT_EQ(Line(10, L"m\u00FCller.example"), "[4242] resolving name for m\u00FCller.example");
-  EXPECT_EQ(Line(10, L"%s%d"), "[4242] resolving name for %s%d");
+  EXPECT_EQ(Line(11, L"%s%d"), "[4242] resolved name for %s%d!");
   EXPECT_EQ(Line(11), "[4242] resolved name for !");
   EXPECT_EQ(Line(10, L"hostname", 4, 7), "[7] resolving name for host");
 }
