@@ -161,7 +161,7 @@ class ConnectTest : public testing::TestWithParam<FtpServerKind> {
   wxString m_tid;
 };
 
-TEST_P(ConnectTest, ConnectBrowseReconnectDisconnectAndExit) {
+TEST_P(ConnectTest, ConnectReconnectDisconnectAndExit) {
   SiteInput first = Site();
   first.account = "acct-7";
   Connect(first);
@@ -174,21 +174,10 @@ TEST_P(ConnectTest, ConnectBrowseReconnectDisconnectAndExit) {
   EXPECT_EQ(m_window->m_editRemoteDir->GetValue(), "/pub");
   EXPECT_EQ(m_window->m_site.m_strAccount, "acct-7") << "every text field of the chosen site is taken";
   std::vector<wxString> names = RemoteNames();
-  ASSERT_EQ(names.size(), 5u);
-  EXPECT_EQ(names[0], "..Up");
   std::sort(names.begin() + 1, names.end());
   EXPECT_EQ(names, (std::vector<wxString>{"..Up", "a.txt", "b.bin", "data", "empty"}));
   EXPECT_TRUE(m_window->CheckConnection());
   EXPECT_EQ(EstablishedOn(m_port), 2) << "one control connection, seen from both ends";
-  if (GetParam() == FtpServerKind::Vsftpd) ftpzn::test::SaveScreenshot("connected");
-
-  // Browsing over the connection the site manager made.
-  ASSERT_EQ(m_window->m_ctrlRemote.OpenItem(m_window->m_ctrlRemote.FindItemByName("data")), 1);
-  EXPECT_EQ(m_window->m_strRemoteDir, "/pub/data");
-  EXPECT_EQ(RemoteNames(), (std::vector<wxString>{"..Up", "inside.txt"}));
-  ASSERT_EQ(m_window->m_ctrlRemote.GoUpDirectory(), 1);
-  EXPECT_EQ(m_window->m_strRemoteDir, "/pub");
-  EXPECT_EQ(m_window->m_editRemoteDir->GetValue(), "/pub");
 
   // Connect while connected closes the old connection first.
   SiteInput again = Site();
@@ -249,7 +238,9 @@ TEST_P(ConnectTest, ABadPasswordPausesAndCancellingThePauseEndsTheAttempts) {
   EXPECT_TRUE(Trace().Contains("Attempt 1 of 1"));
 }
 
-TEST_P(ConnectTest, NoAttemptsWithRetriesZeroAndAnHttpHostIsRefused) {
+// No attempt at all with no retries or a site that is no FTP URL; a
+// server nobody serves traces the reason and pauses.
+TEST_P(ConnectTest, RefusedSitesAndAnUnreachableServer) {
   Connect(Site(0));
   EXPECT_EQ(Trace(), Lines({"Failed in connecting to: 127.0.0.1 "}));
   EXPECT_EQ(m_window->m_pFtpConnection, nullptr);
@@ -264,18 +255,15 @@ TEST_P(ConnectTest, NoAttemptsWithRetriesZeroAndAnHttpHostIsRefused) {
 
   // Not a URL even with a scheme put in front: the other text, no trace
   // line of the routine's own, the session left open.
-  SiteInput broken = web;
-  broken.host = "[::1";
-  Connect(broken, [] { DialogScript::ExpectMessageBox(); });
+  web.host = "[::1";
+  Connect(web, [] { DialogScript::ExpectMessageBox(); });
   ASSERT_EQ(DialogScript::MessageBoxTexts().size(), 2u);
   EXPECT_EQ(DialogScript::MessageBoxTexts()[1], "Please enter a valid FTP URL ...\n");
   EXPECT_TRUE(Trace().EndsWith("Failed in connecting to: 127.0.0.1  \n" + Lines({"Close Ftp session"})))
       << Trace();
   EXPECT_NE(m_window->m_pInetSession, nullptr);
   EXPECT_EQ(m_window->m_pFtpConnection, nullptr);
-}
 
-TEST_P(ConnectTest, AnUnreachableServerTracesTheReasonThenPauses) {
   SiteInput in = Site();
   in.port = ftpzn::testing::ClosedPort();
   Connect(in, [] {
@@ -284,12 +272,12 @@ TEST_P(ConnectTest, AnUnreachableServerTracesTheReasonThenPauses) {
     });
   });
   EXPECT_EQ(m_window->m_pFtpConnection, nullptr);
-  EXPECT_EQ(Trace(), Lines({"Connecting to: 127.0.0.1 (Attempt 1 of 3)",
-                            wxString::Format("connect to 127.0.0.1 port %d: Connection refused", in.port)}) +
-                         "The attempt to connect to the server failed. \n" +
-                         Lines({"Failed in connecting to: 127.0.0.1 "}))
+  EXPECT_TRUE(Trace().EndsWith(
+      Lines({"Connecting to: 127.0.0.1 (Attempt 1 of 3)",
+             wxString::Format("connect to 127.0.0.1 port %d: Connection refused", in.port)}) +
+      "The attempt to connect to the server failed. \n" + Lines({"Failed in connecting to: 127.0.0.1 "})))
       << Trace();
-  EXPECT_TRUE(DialogScript::MessageBoxTexts().empty());
+  EXPECT_EQ(DialogScript::MessageBoxTexts().size(), 2u);
 }
 
 INSTANTIATE_TEST_SUITE_P(Servers, ConnectTest,
@@ -333,25 +321,13 @@ TEST_P(TlsConnectTest, EncryptionChoiceAndEachTrustAnswer) {
     ftpzn::KeepCertificate("127.0.0.1", m_port, row.keptBefore ? other : wxString());
     SiteInput in = Site(1);
     in.security = 1;
-    const bool once = std::string(row.name) == "once";
     Connect(in, [&] {
-      if (once) {  // shown for real once, to look at
-        ExpectedDialog shown;
-        shown.interact = [&](wxDialog* d) {
-          ASSERT_NE(dynamic_cast<CDlgCertificate*>(d), nullptr);
-          ftpzn::test::PumpFor(300);
-          ftpzn::test::SaveScreenshot("certificate");
-          d->EndModal(row.button);
-        };
-        DialogScript::Expect(shown);
-      } else {
-        DialogScript::ExpectModal<CDlgCertificate>(row.button, [&](CDlgCertificate* d) {
-          EXPECT_EQ(d->GetTitle(), row.keptBefore ? "Certificate changed" : "Certificate not trusted");
-          auto* why = d->FindWindow(CDlgCertificate::IDC_WHY);
-          ASSERT_NE(why, nullptr);
-          EXPECT_TRUE(why->GetLabel().Contains("self-signed")) << why->GetLabel();
-        });
-      }
+      DialogScript::ExpectModal<CDlgCertificate>(row.button, [&](CDlgCertificate* d) {
+        EXPECT_EQ(d->GetTitle(), row.keptBefore ? "Certificate changed" : "Certificate not trusted");
+        auto* why = d->FindWindow(CDlgCertificate::IDC_WHY);
+        ASSERT_NE(why, nullptr);
+        EXPECT_TRUE(why->GetLabel().Contains("self-signed")) << why->GetLabel();
+      });
       if (!row.connected) DialogScript::ExpectMessageBox();
     });
     EXPECT_EQ(m_window->m_site.m_strHost, "ftpes://127.0.0.1/pub") << "the choice wrote the scheme";
@@ -364,7 +340,6 @@ TEST_P(TlsConnectTest, EncryptionChoiceAndEachTrustAnswer) {
       EXPECT_EQ(RemoteNames().size(), 5u) << "listed over TLS";
       fingerprint = wxString::FromUTF8(m_window->m_pFtpConnection->GetTlsInfo()->fingerprint);
       EXPECT_EQ(wxString::FromUTF8(m_window->m_strAcceptedCertificate), fingerprint) << "for the workers";
-      if (once) ftpzn::test::SaveScreenshot("connected-tls");
     } else {
       EXPECT_TRUE(Trace().Contains("not trusted")) << Trace();
       EXPECT_FALSE(m_window->m_tlsIndicator->IsShown());

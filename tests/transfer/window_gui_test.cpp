@@ -9,9 +9,7 @@
 #include <wx/stattext.h>
 #include <wx/timer.h>
 #include <wx/uiaction.h>
-#include <wx/weakref.h>
 
-#include <chrono>
 #include <filesystem>
 
 #include "fake_server.h"
@@ -111,11 +109,6 @@ class WindowTest : public ftpzn::test::WindowTest {
     slow.fileSize = 400 * 1024;
     ASSERT_TRUE(Manager().AddDownload(slow));
     ASSERT_TRUE(PumpUntil([&] { return Cell(0, Column::kColumnStatus).StartsWith("Receiving: slow.bin("); }));
-  }
-  void ExpectPartOfSlowKept() {
-    const size_t kept = ReadBytes(m_local + "/slow.bin").size();
-    EXPECT_GT(kept, 0u);
-    EXPECT_LT(kept, 400u * 1024);
   }
   std::unique_ptr<fake::FakeServer> m_trickle;
 };
@@ -217,7 +210,6 @@ TEST_F(WindowTest, ReplacePromptsAnswered) {
       EXPECT_GT(no->GetPosition().x, d->GetClientSize().x - 110);
       auto* headline = dynamic_cast<wxStaticText*>(d->FindWindow(CDlgReplaceFile::IDC_HEADLINE));
       EXPECT_TRUE(headline->GetLabel().Contains(wxString("'") + name + "'")) << headline->GetLabel();
-      ftpzn::test::SaveScreenshot(std::string("replace-") + (std::string(name) == "d" ? "folder" : "file"));
       d->EndModal(ftpzn::kResultNo);
     };
     DialogScript::Expect(std::move(prompt));
@@ -242,7 +234,6 @@ TEST_F(WindowTest, ALongWalkShowsProgressAndCancels) {
       // A few ticks after it shows, so that the walk's own pumps painted it.
       if (!progress || !progress->IsShown() || cancelled || ++seen < 2) continue;
       windowDisabled = !m_window->IsEnabled();
-      ftpzn::test::SaveScreenshot("walk-progress");
       wxCommandEvent cancel(wxEVT_BUTTON, ftpzn::kResultCancel);
       progress->ProcessWindowEvent(cancel);
       cancelled = true;
@@ -319,7 +310,6 @@ TEST_F(WindowTest, HeaderClickSortsReversesAndOutlivesAListing) {
   EXPECT_EQ(Rows(pane), "..Up c Z b.txt A.txt");  // by size, smallest first
   pane.RefreshList();
   EXPECT_EQ(Rows(pane), "..Up c Z b.txt A.txt");
-  ftpzn::test::SaveScreenshot("panes-sorted");
 }
 
 TEST_F(WindowTest, ADraggedColumnWidthIsKeptForTheNextWindow) {
@@ -354,7 +344,6 @@ TEST_F(WindowTest, ManagerRunsQueuedRowsWhileHiddenAndTheyLeave) {
   for (long row = 0; row < 2; ++row)
     for (int column = 0; column < 6; ++column)
       EXPECT_EQ(Cell(row, column), expected[row][column]) << row << column;
-  ftpzn::test::SaveScreenshot("transfer-manager-queued");
 
   // Closing only hides the window, and says so in the store.
   Manager().Close();
@@ -391,7 +380,6 @@ TEST_F(WindowTest, ManagerListsFailedTransfersAgain) {
     EXPECT_GT(Manager().m_listCtrl->GetColumnWidth(Column::kColumnProgress),
               Manager().m_listCtrl->GetTextExtent("100%  1.23 GB  123.4 MB/s  0:00 left").x);
     EXPECT_EQ(Manager().GetRow(0).worker->m_dwFileSize, 1234u);
-    ftpzn::test::SaveScreenshot("transfer-manager-failed");
     // A failed row is not started again unless resubmitted.
     Command(CDlgFtpTransferManager::ID_TRANSFER_RESUBMIT, 0);
     EXPECT_TRUE(Manager().GetRow(0).worker->HasStarted());
@@ -447,13 +435,14 @@ TEST_F(WindowTest, ManagerCancelsRunningAndQueued) {
   ASSERT_TRUE(Manager().AddUpload(Args("b.bin", true)));
   for (int i = 0; i < 300; ++i) Manager().AddDownload(Args("b.bin"));
   ASSERT_TRUE(WaitRows(303));
-  EXPECT_TRUE(PumpUntil([&] { return !Cell(0, Column::kColumnProgress).empty(); }));
+  // Refreshed a while later with the rate it runs at.
+  EXPECT_TRUE(PumpUntil([&] { return Cell(0, Column::kColumnProgress).Contains("/s"); }));
   EXPECT_TRUE(Cell(0, Column::kColumnProgress).Contains("%  ")) << Cell(0, Column::kColumnProgress);
-  ftpzn::test::SaveScreenshot("transfer-manager-busy");
   // The running one stops and goes; what it received stays.
   Command(CDlgFtpTransferManager::ID_TRANSFER_CANCEL, 0);
   ASSERT_TRUE(WaitRows(302));
-  ExpectPartOfSlowKept();
+  EXPECT_GT(ReadBytes(m_local + "/slow.bin").size(), 0u);
+  EXPECT_LT(ReadBytes(m_local + "/slow.bin").size(), 400u * 1024);
   // A queued download goes too; a queued upload tells nothing and stays.
   Command(CDlgFtpTransferManager::ID_TRANSFER_CANCEL, 0);
   ASSERT_TRUE(WaitRows(301));
@@ -467,17 +456,6 @@ TEST_F(WindowTest, ManagerCancelsRunningAndQueued) {
   Command(CDlgFtpTransferManager::ID_EDIT_INVERT_SELECTION);
   EXPECT_EQ(Manager().m_listCtrl->GetSelectedItemCount(), 300);
   EXPECT_EQ(Manager().m_listCtrl->GetItemState(0, wxLIST_STATE_SELECTED), 0);
-}
-
-TEST_F(WindowTest, ManagerDestroyedWhileTransferring) {
-  ASSERT_NO_FATAL_FAILURE(StartSlowDownload());
-  wxWeakRef<wxWindow> manager(&Manager());
-  const auto start = std::chrono::steady_clock::now();
-  m_window->Destroy();
-  m_window = nullptr;
-  ASSERT_TRUE(PumpUntil([&] { return !manager; }));
-  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(1000));
-  ExpectPartOfSlowKept();
 }
 
 TEST(ManagerPlacement, RestoredClampedAndSaved) {
