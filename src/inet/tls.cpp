@@ -5,6 +5,8 @@
 #include <openssl/ssl.h>
 #include <openssl/x509v3.h>
 #include <poll.h>
+#include <pthread.h>
+#include <signal.h>
 #include <sys/socket.h>
 
 #include <algorithm>
@@ -16,6 +18,33 @@
 namespace ftpzn::inet {
 
 namespace {
+
+// OpenSSL writes to the socket with write(), which raises SIGPIPE once the
+// server has reset the connection; that must fail the call, not end the
+// host's process. The signal is blocked for this thread while OpenSSL runs,
+// and one raised meanwhile is taken off before the old mask returns.
+class NoSigpipe {
+ public:
+  NoSigpipe() {
+    sigemptyset(&m_pipe);
+    sigaddset(&m_pipe, SIGPIPE);
+    pthread_sigmask(SIG_BLOCK, &m_pipe, &m_old);
+  }
+  ~NoSigpipe() {
+    sigset_t pending;
+    const timespec none{0, 0};
+    if (!sigismember(&m_old, SIGPIPE) && sigpending(&pending) == 0 && sigismember(&pending, SIGPIPE)) {
+      sigtimedwait(&m_pipe, nullptr, &none);
+    }
+    pthread_sigmask(SIG_SETMASK, &m_old, nullptr);
+  }
+  NoSigpipe(const NoSigpipe&) = delete;
+  NoSigpipe& operator=(const NoSigpipe&) = delete;
+
+ private:
+  sigset_t m_pipe;
+  sigset_t m_old;
+};
 
 // The process's sessions by server, so that a worker's control connection
 // resumes what the browsing connection (or an earlier worker) negotiated.
@@ -62,6 +91,7 @@ int ResumptionIndex() {
 int OnNewSession(SSL* ssl, SSL_SESSION* session) {
   auto* resumption = static_cast<std::shared_ptr<TlsResumption>*>(SSL_get_ex_data(ssl, ResumptionIndex()));
   if (resumption && *resumption) (*resumption)->Offer(session);
+  if (auto* arrived = static_cast<bool*>(SSL_get_app_data(ssl))) *arrived = true;
   return 0;  // OpenSSL keeps its reference; Offer took one of its own
 }
 
@@ -220,6 +250,7 @@ std::unique_ptr<TlsStream> TlsStream::Connect(Fd fd, const std::string& host,
   // stream, so a ticket arriving late never finds it gone.
   auto* owner = new std::shared_ptr<TlsResumption>(std::move(resumption));
   SSL_set_ex_data(ssl, ResumptionIndex(), owner);
+  SSL_set_app_data(ssl, &stream->m_ticketArrived);
   if (*owner) {
     if (SSL_SESSION* session = (*owner)->Take()) {
       SSL_set_session(ssl, session);
@@ -234,11 +265,34 @@ std::unique_ptr<TlsStream> TlsStream::Connect(Fd fd, const std::string& host,
 }
 
 TlsStream::~TlsStream() {
+  NoSigpipe noSigpipe;
   // A polite close_notify where the stream is still whole; never a wait.
   if (!m_broken && !m_closeSent) {
+    // A resumed TLS 1.3 stream closed before its end (a download given up)
+    // has used its ticket, and servers whose tickets serve once refuse the
+    // next data connection unless the new ticket this one brings is read:
+    // what arrives is read and dropped until that ticket is in, for a
+    // second at most.
+    const bool awaitTicket = m_established && !m_ticketArrived && SSL_version(m_ssl) == TLS1_3_VERSION &&
+                             SSL_session_reused(m_ssl) && !(SSL_get_shutdown(m_ssl) & SSL_RECEIVED_SHUTDOWN);
+    const Deadline deadline = Deadline::After(kTicketWaitMs);
+    char sink[16384];
+    for (int i = 0; awaitTicket && !m_ticketArrived && i < 1024; ++i) {
+      ERR_clear_error();
+      const int n = SSL_read(m_ssl, sink, sizeof sink);
+      if (n > 0) continue;
+      pollfd p{m_fd.Get(), POLLIN, 0};
+      if (SSL_get_error(m_ssl, n) != SSL_ERROR_WANT_READ || poll(&p, 1, deadline.RemainingMs()) <= 0) break;
+    }
     ERR_clear_error();
     SSL_shutdown(m_ssl);
   }
+  // Freed without a close_notify sent, OpenSSL would mark the session
+  // unusable; but a data stream dropped early (a download closed before its
+  // end) says nothing against the session, and servers that require reuse
+  // refuse every later data connection of a control connection that has to
+  // start afresh.
+  if (m_established) SSL_set_shutdown(m_ssl, SSL_get_shutdown(m_ssl) | SSL_SENT_SHUTDOWN);
   delete static_cast<std::shared_ptr<TlsResumption>*>(SSL_get_ex_data(m_ssl, ResumptionIndex()));
   SSL_free(m_ssl);
   ERR_clear_error();
@@ -269,6 +323,7 @@ void TlsStream::Fail(int result, const char* what) {
 
 template <typename Op>
 int TlsStream::Drive(Op op, const Deadline& deadline, const char* what) {
+  NoSigpipe noSigpipe;
   for (;;) {
     ERR_clear_error();
     errno = 0;

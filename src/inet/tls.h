@@ -101,6 +101,7 @@ class TlsStream : public Stream {
   void DescribePeer();
 
   static constexpr uint32_t kCloseWaitMs = 10000;
+  static constexpr uint32_t kTicketWaitMs = 1000;
 
   Fd m_fd;
   SSL* m_ssl;
@@ -109,6 +110,7 @@ class TlsStream : public Stream {
   bool m_established = false;  // the handshake is over
   bool m_broken = false;       // no orderly close_notify may follow
   bool m_closeSent = false;
+  bool m_ticketArrived = false;  // a session ticket came after the handshake
 };
 
 }  // namespace ftpzn::inet
