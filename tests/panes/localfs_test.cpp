@@ -106,6 +106,20 @@ class LocalTree : public testing::Test, public ftpzn::test::TempTree {
   LocalFileFind find;
 };
 
+// What a folder dropped on the remote pane collects: each folder, then its
+// files, then its sub-folders; a link to a folder is never entered.
+TEST_F(LocalTree, CollectListsEachFolderThenItsFilesThenSubFolders) {
+  Make({"top/a.txt", "top/x/b.bin", "top/x/y/c", "top/z.dat", "top/empty/"});
+  std::filesystem::create_directory_symlink(m_root, m_root / "top/loop");
+  std::vector<LocalTreeLine> lines;
+  CollectLocalTree(Path("top"), lines);
+  Texts joined;
+  for (const auto& line : lines) joined.push_back(line.Joined());
+  const wxString top = Path("top");
+  EXPECT_EQ(joined, (Texts{"|" + top, "a.txt|" + top, "z.dat|" + top, "|" + top + "/empty", "|" + top + "/x",
+                           "b.bin|" + top + "/x", "|" + top + "/x/y", "c|" + top + "/x/y"}));
+}
+
 // The errors of the calls that change the tree show in the pane's
 // messages, checked there.
 TEST_F(LocalTree, PatternsEntriesAndErrors) {
