@@ -14,6 +14,8 @@ Prints one line per mutant, every survivor again at the end, then
 import os
 import random
 import re
+import resource
+import shutil
 import subprocess
 import sys
 import time
@@ -125,13 +127,27 @@ def sources():
     return sorted(files)
 
 
-def run(cmd, timeout=None):
+# A mutant can make a test write without end (a buffer never flushed): no
+# file of the suite may outgrow this, so such a test fails instead of
+# filling the disk.
+FILE_LIMIT = 1 << 30
+
+
+def limit_files():
+    resource.setrlimit(resource.RLIMIT_FSIZE, (FILE_LIMIT, FILE_LIMIT))
+
+
+def run(cmd, timeout=None, limited=False):
     return subprocess.run(cmd, cwd=ROOT, stdout=subprocess.PIPE,
-                          stderr=subprocess.STDOUT, text=True,
-                          timeout=timeout)
+                          stderr=subprocess.STDOUT, text=True, timeout=timeout,
+                          preexec_fn=limit_files if limited else None)
 
 
 def build():
+    # A full disk fails every build: that must stop the run, not pass for
+    # mutants that do not build (which would change the draws).
+    if shutil.disk_usage(ROOT).free < 4 * FILE_LIMIT or shutil.disk_usage("/tmp").free < 4 * FILE_LIMIT:
+        sys.exit("mutants: less than 4 GiB free on disk")
     return run(["cmake", "--build", BUILD, "-j2"]).returncode == 0
 
 
@@ -181,17 +197,18 @@ def main():
             try:
                 result = run(["ctest", "--test-dir", BUILD, "--stop-on-failure",
                               "-j", JOBS, "--timeout", TEST_TIMEOUT],
-                             timeout=int(TEST_TIMEOUT) * 20)
+                             timeout=int(TEST_TIMEOUT) * 20, limited=True)
                 caught, by = result.returncode != 0, first_failure(result.stdout)
                 if caught and by != "?":
                     # A busy machine can fail a timing-bound test once; the
                     # mutant counts as caught only if that test fails again.
                     again = run(["ctest", "--test-dir", BUILD, "-R", f"^{by}$",
-                                 "--timeout", TEST_TIMEOUT])
+                                 "--timeout", TEST_TIMEOUT], limited=True)
                     caught = again.returncode != 0
                     if not caught:
                         rest = run(["ctest", "--test-dir", BUILD, "--stop-on-failure",
-                                    "-j", JOBS, "-E", f"^{by}$", "--timeout", TEST_TIMEOUT])
+                                    "-j", JOBS, "-E", f"^{by}$", "--timeout", TEST_TIMEOUT],
+                               limited=True)
                         caught, by = rest.returncode != 0, first_failure(rest.stdout)
             except subprocess.TimeoutExpired:
                 caught, by = True, "suite time-out"
