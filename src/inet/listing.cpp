@@ -24,12 +24,14 @@ namespace {
 // parser checks a fixed shape (permission column, DOS date, '+' fact list)
 // before it takes anything.
 // The rarer families come after the three common ones, so that a line one
-// of those takes is never read another way.
-constexpr std::array<listparse::ParseFn, 12> kListParsers = {
+// of those takes is never read another way. Nortel's lines are read from
+// their end, with the name first and any words in it: last of all.
+constexpr std::array<listparse::ParseFn, 13> kListParsers = {
     listparse::ParseUnixLine,      listparse::ParseDosLine,     listparse::ParseEplfLine,
     listparse::ParseVmsLine,       listparse::ParseNetwareLine, listparse::ParseOs2Line,
     listparse::ParseOs400Line,     listparse::ParseMvsLine,     listparse::ParseOctalModeLine,
     listparse::ParseSizeFirstLine, listparse::ParseOs9Line,     listparse::ParseConnectEnterpriseLine,
+    listparse::ParseNortelLine,
 };
 
 }  // namespace
@@ -55,8 +57,13 @@ bool ListLineReader::Parse(std::string_view line, FtpListEntry& out) {
     }
     m_pending.clear();
   }
-  if (ParseListLine(line, m_clock, out)) return true;
   auto stripped = listparse::StripLineEnd(line);
+  if (ParseListLine(line, m_clock, out)) {
+    // Only IBM i object lines carry " *TYPE": the others cost one search.
+    if (stripped && stripped->find(" *") != std::string_view::npos)
+      listparse::NoteDateOrder(*stripped, m_clock);
+    return true;
+  }
   if (stripped && listparse::IsVmsNameAlone(*stripped)) m_pending.assign(*stripped);
   return false;
 }
@@ -267,9 +274,11 @@ int MonthFromName(std::string_view word) {
   if (word[0] >= '0' && word[0] <= '9') {
     // The size, links and ids columns end in a digit: no sign to look for.
     if (word.back() >= '0' && word.back() <= '9') return 0;
-    // The month sign in UTF-8 (Chinese, Japanese), Korean, Shift-JIS, EUC-JP.
-    for (std::string_view suffix : {std::string_view("\xE6\x9C\x88"), std::string_view("\xEC\x9B\x94"),
-                                    std::string_view("\x8C\x8E"), std::string_view("\xB7\xEE")}) {
+    // The month sign in UTF-8 (Chinese, Japanese), Korean, Shift-JIS, EUC-JP,
+    // and Korean in EUC-KR.
+    for (std::string_view suffix :
+         {std::string_view("\xE6\x9C\x88"), std::string_view("\xEC\x9B\x94"), std::string_view("\x8C\x8E"),
+          std::string_view("\xB7\xEE"), std::string_view("\xBF\xF9")}) {
       int month = 0;
       if (word.ends_with(suffix) && ParseInt(word.substr(0, word.size() - suffix.size()), month) &&
           month >= 1 && month <= 12)

@@ -16,6 +16,9 @@ struct FtpListEntry {
   uint64_t size = 0;
   std::optional<int64_t> mtime;  // Unix seconds, UTC; empty when unknown
   std::string linkTarget;        // for "name -> target" links
+  // False where the line gives no byte count (z/OS data sets count tracks):
+  // size is then 0, which is not the file's size.
+  bool sizeKnown = true;
 };
 
 // An entry whose texts are held elsewhere (by a finder, for its current
@@ -31,6 +34,11 @@ struct FtpListEntryView {
 // Year-less dates ("Jan 10 12:00") need the current time; tests inject it.
 struct ListClock {
   int64_t nowUnix = 0;  // 0: use the real clock
+  // The order of day, month and year one line of this listing made
+  // unambiguous (IBM i prints all of its dates in its job's order), for
+  // the lines whose numbers read either way; ListLineReader learns it.
+  enum class DateOrder : uint8_t { Unknown, MonthDayYear, YearMonthDay, DayMonthYear };
+  DateOrder dateOrder = DateOrder::Unknown;
 };
 
 // One LIST line of any family the engine knows (Unix ls, DOS/IIS, ...).
@@ -51,7 +59,7 @@ class ListLineReader {
   bool Parse(std::string_view line, FtpListEntry& out);
 
  private:
-  ListClock m_clock;
+  ListClock m_clock;      // also carries the date order the listing has shown
   std::string m_pending;  // a name waiting for its details
   std::string m_joined;   // kept, so that joining costs no allocation each time
 };

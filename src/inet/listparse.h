@@ -26,9 +26,13 @@ bool ParseOctalModeLine(std::string_view line, const ListClock& clock, FtpListEn
 bool ParseSizeFirstLine(std::string_view line, const ListClock& clock, FtpListEntry& out);
 bool ParseOs9Line(std::string_view line, const ListClock& clock, FtpListEntry& out);
 bool ParseConnectEnterpriseLine(std::string_view line, const ListClock& clock, FtpListEntry& out);
+bool ParseNortelLine(std::string_view line, const ListClock& clock, FtpListEntry& out);
 // A VMS name alone on its line ("A_VERY_LONG_NAME.TXT;1"): its details follow
 // on the next line.
 bool IsVmsNameAlone(std::string_view line);
+// Where an IBM i line's date reads only one way, the order it shows is kept
+// in `clock` for the lines of the same listing that read several ways.
+void NoteDateOrder(std::string_view line, ListClock& clock);
 
 // A whitespace-separated word and where it sits in the line, so a parser can
 // take the rest of the line (a name with spaces) from a known column.
@@ -69,6 +73,7 @@ inline void SetEntry(FtpListEntry& out, FtpListEntry::Kind kind, std::string_vie
   out.size = size;
   out.mtime = mtime;
   out.linkTarget.assign(linkTarget.data(), linkTarget.size());
+  out.sizeKnown = true;
 }
 
 inline bool IsHexDigits(std::string_view s) {
@@ -121,7 +126,7 @@ inline bool ParseInt(std::string_view s, int& out) {
 // common locales servers list in (German, French, Spanish, Italian, Dutch,
 // Swedish, Polish, Russian, ...), any case, with or without a trailing dot
 // or comma ("Jan.,"); "1月" with the month sign in UTF-8, Shift-JIS or
-// EUC-JP; 0 when the word is no month.
+// EUC-JP, "1월" in UTF-8 or EUC-KR; 0 when the word is no month.
 int MonthFromName(std::string_view word);
 
 struct TimeOfDay {

@@ -1,6 +1,6 @@
 // MLSD lines (RFC 3659): "fact=value;fact=value; name". The name is all that
-// follows the first blank, blanks included, tabs and all; fact names are
-// case-insensitive and unknown facts are passed over.
+// follows the first blank (or tab), blanks included, tabs and all; fact
+// names are case-insensitive and unknown facts are passed over.
 // The current and parent directory entries (type=cdir, type=pdir) come back
 // named "." and ".." whatever path the server gave them, so that the caller
 // drops them like the "." and ".." of a LIST.
@@ -121,13 +121,15 @@ bool ParseMlsdLine(std::string_view line, FtpListEntry& out) {
     if (next != std::string_view::npos && next + 1 < line.size() && HasTypeFact(line.substr(1, next - 1)))
       line.remove_prefix(1);
   }
-  size_t space = line.find(' ');
+  // Some servers put a tab after the facts instead of the blank.
+  size_t space = line.find_first_of(" \t");
   if (space == std::string_view::npos || space + 1 >= line.size()) return false;
   std::string_view facts = line.substr(0, space);
   std::string_view name = line.substr(space + 1);
 
   out.linkTarget.clear();
   out.size = 0;
+  out.sizeKnown = true;
   out.mtime.reset();
   MlsdType type = MlsdType::File;
   if (!ReadFacts(facts, out, type)) return false;

@@ -13,7 +13,9 @@
 //   PGM1     000A20   00000F         00 FO             RN RU            31    ANY
 // A partitioned data set is listed as a directory (its members are entered
 // with CWD). Data set sizes are in tracks and member sizes in lines, not
-// bytes, so they are left 0; a load module's size is its bytes, in hex.
+// bytes, so they are left unknown; a load module's size is its bytes, in hex.
+// A VSAM cluster on some servers shows no more than its volume and unit:
+//   USER01 3390   VSAM MY.CLUSTER
 #include <string>
 #include <string_view>
 
@@ -56,6 +58,12 @@ bool ParseHex(std::string_view t, uint64_t& value) {
   return true;
 }
 
+// An entry whose line gives no byte count.
+void SetUnsized(FtpListEntry& out, Kind kind, std::string_view name, std::optional<int64_t> mtime) {
+  SetEntry(out, kind, name, 0, mtime);
+  out.sizeKnown = false;
+}
+
 }  // namespace
 
 bool ParseMvsLine(std::string_view line, const ListClock&, FtpListEntry& out) {
@@ -67,14 +75,18 @@ bool ParseMvsLine(std::string_view line, const ListClock&, FtpListEntry& out) {
   // known about them.
   if (tok.size() == 2 && (first == "Migrated" || first == "MIGRAT" || first == "MIGRAT1" ||
                           first == "MIGRAT2" || first == "ARCIVE")) {
-    SetEntry(out, Kind::File, tok[1].text, 0, std::nullopt);
+    SetUnsized(out, Kind::File, tok[1].text, std::nullopt);
     return true;
   }
   if (tok.size() == 3 && first == "Pseudo" && tok[1].text == "Directory") {
-    SetEntry(out, Kind::Directory, tok[2].text, 0, std::nullopt);
+    SetUnsized(out, Kind::Directory, tok[2].text, std::nullopt);
     return true;
   }
   const size_t n = tok.size();
+  if (n == 4 && tok[2].text == "VSAM" && IsVolume(first) && IsDigits(tok[1].text)) {
+    SetUnsized(out, Kind::File, tok[3].text, std::nullopt);
+    return true;
+  }
   if (n >= 5 && n <= 10 && IsVolume(first) && (IsDigits(tok[1].text) || tok[1].text == "Tape") &&
       IsDataSetOrganisation(tok[n - 2].text) && IsDigits(tok[3].text)) {
     std::optional<int64_t> mtime;
@@ -83,15 +95,15 @@ bool ParseMvsLine(std::string_view line, const ListClock&, FtpListEntry& out) {
     else if (tok[2].text != "**NONE**")
       return false;
     std::string_view dsorg = tok[n - 2].text;
-    SetEntry(out, dsorg == "PO" || dsorg == "PO-E" ? Kind::Directory : Kind::File, tok[n - 1].text, 0, mtime);
+    SetUnsized(out, dsorg == "PO" || dsorg == "PO-E" ? Kind::Directory : Kind::File, tok[n - 1].text, mtime);
     return true;
   }
   if (n >= 9 && IsVersion(tok[1].text) && ParseMvsDate(tok[2].text, year, month, day) &&
       ParseMvsDate(tok[3].text, year, month, day)) {
     TimeOfDay time;
     if (!ParseTimeOfDay(tok[4].text, time)) return false;
-    SetEntry(out, Kind::File, tok[0].text, 0,
-             UnixFromCivil(year, month, day, time.hour, time.minute, time.second));
+    SetUnsized(out, Kind::File, tok[0].text,
+               UnixFromCivil(year, month, day, time.hour, time.minute, time.second));
     return true;
   }
   // A load module: size and TTR in six hex digits, the modes last.

@@ -29,6 +29,10 @@ struct PermissionBytes {
     // Type letters: file, directory, link, devices, fifo, socket, Solaris
     // door, HP-UX network special.
     for (char c : std::string_view("-dlcbpsDn")) type[static_cast<unsigned char>(c)] = true;
+    // Other systems' lower-case letters ("w" whiteout, "e" event port, "m"
+    // migrated) and ls's "?" for a type it cannot tell: entries all the same.
+    for (char c = 'a'; c <= 'z'; ++c) type[static_cast<unsigned char>(c)] = true;
+    type[static_cast<unsigned char>('?')] = true;
     for (char c : std::string_view("rwxsStTlL-")) mode[static_cast<unsigned char>(c)] = true;
     // ACL, extended attribute or security-context marker.
     for (char c : std::string_view("+@.")) marker[static_cast<unsigned char>(c)] = true;
@@ -48,8 +52,9 @@ bool IsPermissionColumn(std::string_view t) {
   return kPermissionBytes.marker[byte(10)] && (t.size() == 11 || (t.size() <= 20 && IsDigits(t.substr(11))));
 }
 
+// "10", "10." (day first), "10," (VShell's "Sep 30, 2011").
 bool ParseDay(std::string_view t, int& day) {
-  if (!t.empty() && t.back() == '.') t.remove_suffix(1);
+  if (!t.empty() && (t.back() == '.' || t.back() == ',')) t.remove_suffix(1);
   return t.size() <= 2 && ParseInt(t, day) && day >= 1 && day <= 31;
 }
 
@@ -282,20 +287,21 @@ bool MatchNumericMonthDay(const TokenList& tok, size_t i, DateMatch& m) {
 }
 
 // Chinese, Japanese and Korean dates with unit signs: "2025年12月15日",
-// "2026年 1月15日", "11月21日 06:17", "2019년  1월  5일", "11월 21일  06:17".
+// "2026年 1月15日", "11月21日 06:17", "2019년  1월  5일", "11월 21일  06:17",
+// and the year after the day as some Japanese servers print it
+// ("4月 18日 2003年", "4月18日2003年").
 bool MatchCjkDate(const TokenList& tok, size_t i, DateMatch& m) {
-  // UTF-8 Chinese and Japanese, Korean, and the Japanese signs in Shift-JIS
-  // and EUC-JP as servers on older Japanese systems send them.
-  static constexpr std::string_view kSigns[3][4] = {
-      {"\xE5\xB9\xB4", "\xEB\x85\x84", "\x94\x4E", "\xC7\xAF"},  // year
-      {"\xE6\x9C\x88", "\xEC\x9B\x94", "\x8C\x8E", "\xB7\xEE"},  // month
-      {"\xE6\x97\xA5", "\xEC\x9D\xBC", "\x93\xFA", "\xC6\xFC"},  // day
+  // UTF-8 Chinese and Japanese, Korean, the Japanese signs in Shift-JIS and
+  // EUC-JP as servers on older Japanese systems send them, and Korean in EUC-KR.
+  static constexpr std::string_view kSigns[3][5] = {
+      {"\xE5\xB9\xB4", "\xEB\x85\x84", "\x94\x4E", "\xC7\xAF", "\xB3\xE2"},  // year
+      {"\xE6\x9C\x88", "\xEC\x9B\x94", "\x8C\x8E", "\xB7\xEE", "\xBF\xF9"},  // month
+      {"\xE6\x97\xA5", "\xEC\x9D\xBC", "\x93\xFA", "\xC6\xFC", "\xC0\xCF"},  // day
   };
-  int fields[3] = {0, 0, 0};  // year, month, day, in this order
-  int next = 0;
-  size_t k = i;
-  for (; k < tok.size() && k < i + 3 && fields[2] == 0; ++k) {
-    std::string_view t = tok[k].text;
+  int fields[3] = {0, 0, 0};  // year, month, day
+  // One word's "number, sign" pieces; a field given twice, or a day before
+  // its month, is no date.
+  auto pieces = [&fields](std::string_view t) {
     while (!t.empty()) {
       size_t digits = 0;
       while (digits < t.size() && digits < 4 && t[digits] >= '0' && t[digits] <= '9') ++digits;
@@ -303,7 +309,7 @@ bool MatchCjkDate(const TokenList& tok, size_t i, DateMatch& m) {
       if (digits == 0 || !ParseInt(t.substr(0, digits), value)) return false;
       t.remove_prefix(digits);
       int field = -1;
-      for (int f = next; f < 3 && field < 0; ++f) {
+      for (int f = 0; f < 3 && field < 0; ++f) {
         for (std::string_view sign : kSigns[f]) {
           if (t.starts_with(sign)) {
             field = f;
@@ -312,10 +318,21 @@ bool MatchCjkDate(const TokenList& tok, size_t i, DateMatch& m) {
           }
         }
       }
-      if (field < 0) return false;
+      if (field < 0 || fields[field] != 0 || (field == 2 && fields[1] == 0) || value == 0) return false;
       fields[field] = value;
-      next = field + 1;
     }
+    return true;
+  };
+  size_t k = i;
+  for (; k < tok.size() && k < i + 3 && fields[2] == 0; ++k)
+    if (!pieces(tok[k].text)) return false;
+  if (fields[0] == 0 && fields[2] != 0 && k < tok.size()) {
+    // A year of its own after the day; anything else there (a time, the
+    // name) is left as it was.
+    if (pieces(tok[k].text) && fields[0] != 0)
+      ++k;
+    else
+      fields[0] = 0;
   }
   if (fields[1] < 1 || fields[1] > 12 || fields[2] < 1 || fields[2] > 31) return false;
   m.year = fields[0];
@@ -399,6 +416,10 @@ bool SizeBefore(const TokenList& tok, size_t dateAt, uint64_t& size) {
   }
   if (ParseUnitSize(before, size)) return true;
   size = 0;
+  // FreeBSD prints a device's number in hex ("0x5c"), HP-UX and others its
+  // minor ("1, 0x000003").
+  if (before.size() > 2 && before[0] == '0' && (before[1] | 0x20) == 'x' && IsHexDigits(before.substr(2)))
+    return true;
   if (IsDevicePair(before)) return true;
   size_t digits = before.size();
   while (digits > 0 && before[digits - 1] >= '0' && before[digits - 1] <= '9') --digits;
@@ -432,7 +453,9 @@ bool ParseLsColumns(std::string_view line, const TokenList& tok, FtpListEntry::K
   // everything between the permissions and the size is links, owner and group
   // (any of which a server may leave out).
   constexpr size_t kFirstDateToken = 3;
-  constexpr size_t kLastDateToken = 9;
+  // Windows servers (Cygwin) may give owner and group names of several
+  // words each: the date may stand that far along.
+  constexpr size_t kLastDateToken = 12;
   // Where the common forms can start. In the usual "links owner group size
   // Mon DD HH:MM" layout none of them can match at the group or the size: a
   // date there would need a month or a time in the all-digit size column, or
@@ -496,6 +519,7 @@ bool ParseLsColumns(std::string_view line, const TokenList& tok, FtpListEntry::K
   out.name.assign(name);
   out.linkTarget.assign(target);
   out.size = size;
+  out.sizeKnown = true;
   out.mtime = mtime;
   return true;
 }
