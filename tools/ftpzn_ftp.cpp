@@ -1,6 +1,7 @@
 // ftpzn-ftp: a command-line FTP client on the engine, for scripting,
 // diagnosis and benchmarks.
 #include <fcntl.h>
+#include <strings.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -326,10 +327,17 @@ int ParseListFromStdin() {
   while ((n = getline(&line, &capacity, stdin)) > 0) {
     std::string_view text(line, static_cast<size_t>(n));
     while (!text.empty() && (text.back() == '\n' || text.back() == '\r')) text.remove_suffix(1);
-    // MLSD lines start with "fact=value;" before the first space.
-    size_t space = text.find(' ');
+    // MLSD lines start with "fact=value;fact=value" before the first blank or
+    // tab (the last ';' is left out by some servers); a single fact must be
+    // the type, so that a LIST name with '=' in it (a switch's file) stays LIST.
+    size_t space = text.find_first_of(" \t");
     std::string_view facts = text.substr(0, space == std::string_view::npos ? 0 : space);
-    bool mlsd = !facts.empty() && facts.back() == ';' && facts.find('=') != std::string_view::npos;
+    size_t eq = facts.find('=');
+    bool mlsd = eq != std::string_view::npos && eq > 0 &&
+                facts.substr(0, eq).find_first_not_of("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ"
+                                                      "0123456789.-_") == std::string_view::npos &&
+                (facts.find(';') != std::string_view::npos ||
+                 (facts.size() > 5 && strncasecmp(facts.data(), "type=", 5) == 0));
     if (mlsd ? ParseMlsdLine(text, entry) : reader.Parse(text, entry))
       out->Entry({entry.name, entry.kind, entry.size, entry.mtime, entry.linkTarget});
   }

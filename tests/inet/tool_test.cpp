@@ -243,10 +243,11 @@ TEST_F(ToolTest, GetKeepsWhatArrivedAndEscapesTheServer) {
 }
 
 // LIST and MLSD lines from standard input, the lines no parser takes
-// skipped. A time is written only where it differs from the line before:
-// each part of it must still change when it should, across an entry without
-// a time and across the start of 1970; beyond the year 9999 there is no time
-// rather than a wrong one.
+// skipped, a VMS entry on two lines joined, MLSD told by its facts alone
+// (a tab after them, no last ';'). A time is written only where it differs
+// from the line before: each part of it must still change when it should,
+// across an entry without a time and across the start of 1970; beyond the
+// year 9999 there is no time rather than a wrong one.
 TEST_F(ToolTest, ParseListAndTimesOfNeighbouringEntries) {
   Result r = Run("parse-list",
                  "type=file;size=1;modify=20240102030405; a\ntype=file;size=2;modify=20240102235959; b\n"
@@ -254,13 +255,16 @@ TEST_F(ToolTest, ParseListAndTimesOfNeighbouringEntries) {
                  "type=file;size=5;modify=20240102235959; e\ntype=file;size=6;modify=20240103000000; f\n"
                  "type=file;size=7;modify=19691231235959; g\ntype=file;size=8;modify=19700101000000; h\n"
                  "+m9223372036854775807,s9,r,\ti\n+m253402300799,s10,r,\tj\n"
-                 "drwxr-xr-x 2 u g 4096 Mar  1  2021 some dir\r\ntotal 12\ntype=file;size=42;modify=20240102030405; x y.bin\n");
+                 "drwxr-xr-x 2 u g 4096 Mar  1  2021 some dir\r\ntotal 12\ntype=file;size=42;modify=20240102030405; x y.bin\n"
+                 "SOME_LONG_FILE_NAME.TXT;3\r\n        12/14   02-AOU-2023  SYSTEM  (RWED,RWED,RE,)\r\n"
+                 "type=file;size=5;modify=20240110120000;\ttabbed.txt\ntype=file;size=6 bare.txt\n");
   ASSERT_EQ(r.status, 0) << r.err;
   EXPECT_EQ(r.out,
             "f\t1\t2024-01-02T03:04:05Z\ta\nf\t2\t2024-01-02T23:59:59Z\tb\nf\t3\t2024-01-02T23:59:59Z\tc\nf\t4\t\td\n"
             "f\t5\t2024-01-02T23:59:59Z\te\nf\t6\t2024-01-03T00:00:00Z\tf\nf\t7\t1969-12-31T23:59:59Z\tg\n"
             "f\t8\t1970-01-01T00:00:00Z\th\nf\t9\t\ti\nf\t10\t9999-12-31T23:59:59Z\tj\n"
-            "d\t4096\t2021-03-01T00:00:00Z\tsome dir\nf\t42\t2024-01-02T03:04:05Z\tx y.bin\n");
+            "d\t4096\t2021-03-01T00:00:00Z\tsome dir\nf\t42\t2024-01-02T03:04:05Z\tx y.bin\n"
+            "f\t6144\t2023-08-02T00:00:00Z\tSOME_LONG_FILE_NAME.TXT;3\nf\t5\t2024-01-10T12:00:00Z\ttabbed.txt\nf\t6\t\tbare.txt\n");
 }
 
 // ftpes:// against a server whose certificate no one vouches for: refused
