@@ -4,7 +4,7 @@
 set -e
 PACKAGES="build-essential cmake ninja-build pkg-config libwxgtk3.2-dev libgtk-3-dev \
 libssl-dev openssl libglib2.0-dev googletest libgtest-dev libgmock-dev xvfb xauth \
-imagemagick x11-apps xdotool curl lftp dpkg-dev file clang libclang-rt-14-dev"
+imagemagick x11-apps xdotool iproute2 curl lftp dpkg-dev file clang libclang-rt-14-dev"
 missing=""
 for p in $PACKAGES; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing="$missing $p"
