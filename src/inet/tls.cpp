@@ -266,23 +266,25 @@ std::unique_ptr<TlsStream> TlsStream::Connect(Fd fd, const std::string& host,
 
 TlsStream::~TlsStream() {
   NoSigpipe noSigpipe;
-  // A polite close_notify where the stream is still whole; never a wait.
+  // A polite close_notify where the stream is still whole.
   if (!m_broken && !m_closeSent) {
     // A resumed TLS 1.3 stream closed before its end (a download given up)
     // has used its ticket, and servers whose tickets serve once refuse the
     // next data connection unless the new ticket this one brings is read:
     // what arrives is read and dropped until that ticket is in, for a
     // second at most.
-    const bool awaitTicket = m_established && !m_ticketArrived && SSL_version(m_ssl) == TLS1_3_VERSION &&
-                             SSL_session_reused(m_ssl) && !(SSL_get_shutdown(m_ssl) & SSL_RECEIVED_SHUTDOWN);
-    const Deadline deadline = Deadline::After(kTicketWaitMs);
-    char sink[16384];
-    for (int i = 0; awaitTicket && !m_ticketArrived && i < 1024; ++i) {
-      ERR_clear_error();
-      const int n = SSL_read(m_ssl, sink, sizeof sink);
-      if (n > 0) continue;
-      pollfd p{m_fd.Get(), POLLIN, 0};
-      if (SSL_get_error(m_ssl, n) != SSL_ERROR_WANT_READ || poll(&p, 1, deadline.RemainingMs()) <= 0) break;
+    if (m_established && SSL_version(m_ssl) == TLS1_3_VERSION && SSL_session_reused(m_ssl) &&
+        !(SSL_get_shutdown(m_ssl) & SSL_RECEIVED_SHUTDOWN)) {
+      const Deadline deadline = Deadline::After(kTicketWaitMs);
+      char sink[16384];
+      try {
+        for (int i = 0; !m_ticketArrived && i < 1024; ++i) {
+          if (Drive([&] { return SSL_read(m_ssl, sink, sizeof sink); }, deadline, "TLS close") == 0) break;
+        }
+      } catch (const NetError&) {
+        // No ticket within the time, or the server went: the next data
+        // connection will say whether it minds.
+      }
     }
     ERR_clear_error();
     SSL_shutdown(m_ssl);
