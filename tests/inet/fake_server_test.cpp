@@ -505,6 +505,10 @@ TEST_F(FakeServerTest, ObjectsOutlivingTheirConnection) {
 // download whose TLS stream ends without close_notify was cut short by
 // someone: the bytes that came are given, the transfer fails all the same.
 TEST_F(FakeServerTest, TlsInjectedRepliesAndCutDataStreams) {
+  // The engine reads its trust store with its first TLS connection, once for
+  // the process: the real servers' tests in this binary need the test CA.
+  std::string error;
+  ASSERT_TRUE(testing::TrustTestCertificates(error)) << error;
   const std::string body(100000, 'z');
   for (const bool closeNotify : {true, false}) {
     SCOPED_TRACE(closeNotify ? "with close_notify" : "cut");
