@@ -81,6 +81,7 @@ wxEND_EVENT_TABLE()
 CDlgFtpTransferManager::~CDlgFtpTransferManager() {
   SavePlacement();
   m_timer.Stop();
+  if (m_listHeldSince != 0) m_listCtrl->Thaw();
   // Whatever the workers still post now has no window to go to.
   if (m_postBox) m_postBox->Invalidate();
   KillAll();
@@ -120,6 +121,13 @@ void CDlgFtpTransferManager::OnInitDialog() {
                              ftpzn::ReadColumnWidth(kColumnsKey, i, initial));
   }
   ftpzn::KeepDraggedColumnWidths(*m_listCtrl, kColumnsKey);
+  // The list paints through windows of its own (rows, headings).
+  for (wxWindow* part : m_listCtrl->GetChildren()) {
+    part->Bind(wxEVT_PAINT, [this](wxPaintEvent& event) {
+      m_listPainted = true;
+      event.Skip();
+    });
+  }
   auto* images = new wxImageList(16, 16, true, 1);
   const wxSize small(16, 16);
   images->Add(ftpzn::res::LoadIconBundle(ftpzn::res::kIconFile, small).GetBitmap(small));
@@ -161,8 +169,34 @@ std::shared_ptr<ftpzn::TransferSink> CDlgFtpTransferManager::GetSink() { return 
 void CDlgFtpTransferManager::SyncRowCount() {
   const long rows = static_cast<long>(GetRowCount());
   if (m_listCtrl->GetItemCount() == rows) return;
+  HoldListPaint();
   m_listCtrl->SetItemCount(rows);
   m_lastCountSync = static_cast<long>(NowMs());
+}
+
+// A tree moves hundreds of files a second, each ending with its row removed
+// and the next one's lines: painting the list each time cost more than the
+// transfers. The list keeps every change at once (rows, selection, texts)
+// and only its painting waits.
+void CDlgFtpTransferManager::HoldListPaint() {
+  // Held again only once painted: a list frozen again at its next change
+  // would never be painted at all while files keep ending.
+  if (m_listHeldSince != 0 || !m_listPainted || !IsShown()) return;
+  m_listCtrl->Freeze();
+  m_listHeldSince = std::max<uint64_t>(NowMs(), 1);
+}
+
+void CDlgFtpTransferManager::ShowHeldChanges(bool all) {
+  const uint64_t now = NowMs();
+  auto due = [&](uint64_t since) { return all || now - since >= static_cast<uint64_t>(kRepaintMs); };
+  if (m_listHeldSince != 0 && due(m_listHeldSince)) {
+    m_listHeldSince = 0;
+    m_listPainted = false;
+    m_listCtrl->Thaw();
+  }
+  if (m_statusOwed && due(m_statusShownMs)) ShowOwedStatus();
+  for (bool upload : {false, true})
+    if (m_paneOwed[upload] && due(m_paneListedMs[upload])) RefreshPaneNow(upload);
 }
 
 void CDlgFtpTransferManager::OnRowAppended() {
@@ -174,23 +208,58 @@ void CDlgFtpTransferManager::OnRowAppended() {
 void CDlgFtpTransferManager::OnRowRemoved(size_t index) {
   // Rows not yet shown are only at the end; a shown one leaves the list
   // with its selection kept in place for the others.
-  if (static_cast<long>(index) < m_listCtrl->GetItemCount()) m_listCtrl->DeleteItem(static_cast<long>(index));
+  const long row = static_cast<long>(index);
+  const long count = m_listCtrl->GetItemCount();
+  if (row >= count) return;
+  HoldListPaint();
+  // Deleting an item measures every cell of it, a device context each: the
+  // dearest step of a small file's end. Where no selection or focus has to
+  // move up with the rows, a shorter list repainted from the row on is the
+  // same.
+  if (m_listCtrl->GetSelectedItemCount() > 0 ||
+      m_listCtrl->GetNextItem(row - 1, wxLIST_NEXT_ALL, wxLIST_STATE_FOCUSED) != -1) {
+    m_listCtrl->DeleteItem(row);
+    return;
+  }
+  m_listCtrl->SetItemCount(count - 1);
+  if (row < count - 1) m_listCtrl->RefreshItems(row, count - 2);
 }
 
 void CDlgFtpTransferManager::OnRowChanged(size_t index) {
-  if (static_cast<long>(index) < m_listCtrl->GetItemCount())
-    m_listCtrl->RefreshItem(static_cast<long>(index));
+  if (static_cast<long>(index) >= m_listCtrl->GetItemCount()) return;
+  HoldListPaint();
+  m_listCtrl->RefreshItem(static_cast<long>(index));
 }
 
 void CDlgFtpTransferManager::PumpAfterDownloadAdded() { ftpzn::PumpMessages(); }
 
 void CDlgFtpTransferManager::ShowStatusText(const wxString& text) {
   if (!m_pFtpMainWnd) return;
-  m_pFtpMainWnd->m_strLocalTrace = wxString::Format("%s", text);
+  m_owedStatus = text;
+  m_statusOwed = true;
+  if (NowMs() - m_statusShownMs >= static_cast<uint64_t>(kRepaintMs)) ShowOwedStatus();
+}
+
+void CDlgFtpTransferManager::ShowOwedStatus() {
+  m_statusOwed = false;
+  m_statusShownMs = NowMs();
+  if (!m_pFtpMainWnd) return;
+  m_pFtpMainWnd->m_strLocalTrace = wxString::Format("%s", m_owedStatus);
   m_pFtpMainWnd->UpdateData(false);
 }
 
 void CDlgFtpTransferManager::RefreshPane(bool upload) {
+  m_paneOwed[upload] = true;
+  // The last transfer's end shows at once, whatever is still held.
+  if (GetRowCount() == 0)
+    ShowHeldChanges(true);
+  else if (NowMs() - m_paneListedMs[upload] >= static_cast<uint64_t>(kRepaintMs))
+    RefreshPaneNow(upload);
+}
+
+void CDlgFtpTransferManager::RefreshPaneNow(bool upload) {
+  m_paneOwed[upload] = false;
+  m_paneListedMs[upload] = NowMs();
   if (!m_pFtpMainWnd) return;
   if (upload)
     m_pFtpMainWnd->m_ctrlRemote.RefreshList();
@@ -203,6 +272,7 @@ void CDlgFtpTransferManager::OnTimer(wxTimerEvent& event) {
     m_postBox->FlushHeldProgress();
     if (static_cast<long>(NowMs()) - m_lastCountSync >= kRowCountRefreshMs) SyncRowCount();
     RunScheduler();
+    ShowHeldChanges(false);
   }
   event.Skip();
 }

@@ -40,6 +40,11 @@ class CDlgFtpTransferManager : public ftpzn::EventGuard<wxFrame>, public ftpzn::
   // New rows reach the list at most this often, so that queueing a whole
   // tree does not repaint the list once per file.
   static constexpr int kRowCountRefreshMs = 100;
+  // While transfers end in a burst, the list is painted, the main window's
+  // status line shown and each pane listed again at most this often; the
+  // last change always shows, at most this much later, and at once when
+  // the list has emptied.
+  static constexpr int kRepaintMs = 250;
 
   CDlgFtpTransferManager();
   ~CDlgFtpTransferManager() override;
@@ -66,6 +71,11 @@ class CDlgFtpTransferManager : public ftpzn::EventGuard<wxFrame>, public ftpzn::
   void RestorePlacement();
   void SavePlacement();
   void SyncRowCount();
+  void HoldListPaint();
+  // What is held and due, or everything when `all`.
+  void ShowHeldChanges(bool all);
+  void ShowOwedStatus();
+  void RefreshPaneNow(bool upload);
   std::vector<long> SelectedRows() const;
 
   void OnTimer(wxTimerEvent& event);
@@ -85,6 +95,16 @@ class CDlgFtpTransferManager : public ftpzn::EventGuard<wxFrame>, public ftpzn::
   wxTimer m_timer;
   long m_lastCountSync = 0;  // monotonic ms of the last row-count sync
   bool m_placementSaved = false;
+  // Monotonic ms: since when the list has been frozen (0: it is not), when
+  // the status line was last shown, when each pane (download, upload) was
+  // last listed again; and what is owed.
+  uint64_t m_listHeldSince = 0;
+  bool m_listPainted = false;  // since it was last let go
+  uint64_t m_statusShownMs = 0;
+  uint64_t m_paneListedMs[2] = {0, 0};
+  bool m_statusOwed = false;
+  bool m_paneOwed[2] = {false, false};
+  wxString m_owedStatus;
 
   wxDECLARE_EVENT_TABLE();
 };

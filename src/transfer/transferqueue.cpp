@@ -296,9 +296,11 @@ void TransferQueue::OnEnd(WorkerList<Worker>& list, uint32_t threadId, bool uplo
       AddDownload(again);
     }
   }
+  // The next transfer starts first: it then connects while this thread
+  // winds down and the pane is listed again.
+  RunScheduler();
   worker.release()->KillThread();
   RefreshPane(upload);
-  RunScheduler();
 }
 
 void TransferQueue::CancelRows(const std::vector<long>& rows) {
