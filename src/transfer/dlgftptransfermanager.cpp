@@ -81,7 +81,6 @@ wxEND_EVENT_TABLE()
 CDlgFtpTransferManager::~CDlgFtpTransferManager() {
   SavePlacement();
   m_timer.Stop();
-  if (m_listHeldSince != 0) m_listCtrl->Thaw();
   // Whatever the workers still post now has no window to go to.
   if (m_postBox) m_postBox->Invalidate();
   KillAll();
@@ -121,13 +120,6 @@ void CDlgFtpTransferManager::OnInitDialog() {
                              ftpzn::ReadColumnWidth(kColumnsKey, i, initial));
   }
   ftpzn::KeepDraggedColumnWidths(*m_listCtrl, kColumnsKey);
-  // The list paints through windows of its own (rows, headings).
-  for (wxWindow* part : m_listCtrl->GetChildren()) {
-    part->Bind(wxEVT_PAINT, [this](wxPaintEvent& event) {
-      m_listPainted = true;
-      event.Skip();
-    });
-  }
   auto* images = new wxImageList(16, 16, true, 1);
   const wxSize small(16, 16);
   images->Add(ftpzn::res::LoadIconBundle(ftpzn::res::kIconFile, small).GetBitmap(small));
@@ -166,70 +158,48 @@ void CDlgFtpTransferManager::SavePlacement() {
 
 std::shared_ptr<ftpzn::TransferSink> CDlgFtpTransferManager::GetSink() { return m_postBox; }
 
-void CDlgFtpTransferManager::SyncRowCount() {
-  const long rows = static_cast<long>(GetRowCount());
-  if (m_listCtrl->GetItemCount() == rows) return;
-  HoldListPaint();
-  m_listCtrl->SetItemCount(rows);
-  m_lastCountSync = static_cast<long>(NowMs());
-}
-
 // A tree moves hundreds of files a second, each ending with its row removed
 // and the next one's lines: painting the list each time cost more than the
-// transfers. The list keeps every change at once (rows, selection, texts)
-// and only its painting waits.
-void CDlgFtpTransferManager::HoldListPaint() {
-  // Held again only once painted: a list frozen again at its next change
-  // would never be painted at all while files keep ending.
-  if (m_listHeldSince != 0 || !m_listPainted || !IsShown()) return;
-  m_listCtrl->Freeze();
-  m_listHeldSince = std::max<uint64_t>(NowMs(), 1);
+// transfers. The rows are read from the queue when painted, so a list shown
+// late shows the queue as it is by then.
+void CDlgFtpTransferManager::ListChanged() {
+  m_listStale = true;
+  if (NowMs() - m_listShownMs >= static_cast<uint64_t>(kRepaintMs)) ShowList();
+}
+
+void CDlgFtpTransferManager::ShowList() {
+  m_listStale = false;
+  m_listShownMs = NowMs();
+  const long rows = static_cast<long>(GetRowCount());
+  if (m_listCtrl->GetItemCount() != rows) m_listCtrl->SetItemCount(rows);
+  m_listCtrl->Refresh();
 }
 
 void CDlgFtpTransferManager::ShowHeldChanges(bool all) {
   const uint64_t now = NowMs();
   auto due = [&](uint64_t since) { return all || now - since >= static_cast<uint64_t>(kRepaintMs); };
-  if (m_listHeldSince != 0 && due(m_listHeldSince)) {
-    m_listHeldSince = 0;
-    m_listPainted = false;
-    m_listCtrl->Thaw();
-  }
+  if (m_listStale && due(m_listShownMs)) ShowList();
   if (m_statusOwed && due(m_statusShownMs)) ShowOwedStatus();
   for (bool upload : {false, true})
     if (m_paneOwed[upload] && due(m_paneListedMs[upload])) RefreshPaneNow(upload);
 }
 
-void CDlgFtpTransferManager::OnRowAppended() {
-  // A row or two at a time shows at once; a tree being queued shows in
-  // steps, without a repaint per file.
-  if (static_cast<long>(NowMs()) - m_lastCountSync >= kRowCountRefreshMs) SyncRowCount();
-}
+void CDlgFtpTransferManager::OnRowAppended() { ListChanged(); }
 
 void CDlgFtpTransferManager::OnRowRemoved(size_t index) {
-  // Rows not yet shown are only at the end; a shown one leaves the list
-  // with its selection kept in place for the others.
+  // A row that leaves with a selection or the focus at or after it goes at
+  // once, so that they stay on the rows they were on. Otherwise the rows
+  // only move up, and the list is shown again when due.
   const long row = static_cast<long>(index);
-  const long count = m_listCtrl->GetItemCount();
-  if (row >= count) return;
-  HoldListPaint();
-  // Deleting an item measures every cell of it, a device context each: the
-  // dearest step of a small file's end. Where no selection or focus has to
-  // move up with the rows, a shorter list repainted from the row on is the
-  // same.
-  if (m_listCtrl->GetSelectedItemCount() > 0 ||
-      m_listCtrl->GetNextItem(row - 1, wxLIST_NEXT_ALL, wxLIST_STATE_FOCUSED) != -1) {
+  if (row < m_listCtrl->GetItemCount() &&
+      (m_listCtrl->GetSelectedItemCount() > 0 ||
+       m_listCtrl->GetNextItem(row - 1, wxLIST_NEXT_ALL, wxLIST_STATE_FOCUSED) != -1)) {
     m_listCtrl->DeleteItem(row);
-    return;
   }
-  m_listCtrl->SetItemCount(count - 1);
-  if (row < count - 1) m_listCtrl->RefreshItems(row, count - 2);
+  ListChanged();
 }
 
-void CDlgFtpTransferManager::OnRowChanged(size_t index) {
-  if (static_cast<long>(index) >= m_listCtrl->GetItemCount()) return;
-  HoldListPaint();
-  m_listCtrl->RefreshItem(static_cast<long>(index));
-}
+void CDlgFtpTransferManager::OnRowChanged(size_t) { ListChanged(); }
 
 void CDlgFtpTransferManager::PumpAfterDownloadAdded() { ftpzn::PumpMessages(); }
 
@@ -270,7 +240,6 @@ void CDlgFtpTransferManager::RefreshPaneNow(bool upload) {
 void CDlgFtpTransferManager::OnTimer(wxTimerEvent& event) {
   if (event.GetId() == kTimerId) {
     m_postBox->FlushHeldProgress();
-    if (static_cast<long>(NowMs()) - m_lastCountSync >= kRowCountRefreshMs) SyncRowCount();
     RunScheduler();
     ShowHeldChanges(false);
   }
@@ -297,7 +266,9 @@ void CDlgFtpTransferManager::OnUploadDoneMessage(wxThreadEvent& event) {
   OnUploadDone(ThreadIdOf(event));
 }
 
-std::vector<long> CDlgFtpTransferManager::SelectedRows() const {
+std::vector<long> CDlgFtpTransferManager::SelectedRows() {
+  // Rows past the queue's end, not yet taken off the list, select nothing.
+  if (m_listStale) ShowList();
   std::vector<long> rows;
   for (long item = m_listCtrl->GetNextItem(-1, wxLIST_NEXT_ALL, wxLIST_STATE_SELECTED); item != -1;
        item = m_listCtrl->GetNextItem(item, wxLIST_NEXT_ALL, wxLIST_STATE_SELECTED))
@@ -315,6 +286,7 @@ void CDlgFtpTransferManager::OnExit(wxCommandEvent&) {
 }
 
 void CDlgFtpTransferManager::OnSelectAll(wxCommandEvent&) {
+  if (m_listStale) ShowList();
   const long count = m_listCtrl->GetItemCount();
   if (count == 0) return;
   // All at once (a virtual list keeps its selection as ranges); the focus
@@ -324,6 +296,7 @@ void CDlgFtpTransferManager::OnSelectAll(wxCommandEvent&) {
 }
 
 void CDlgFtpTransferManager::OnInvertSelection(wxCommandEvent&) {
+  if (m_listStale) ShowList();
   const long count = m_listCtrl->GetItemCount();
   for (long i = 0; i < count; ++i) {
     const bool selected = m_listCtrl->GetItemState(i, wxLIST_STATE_SELECTED) != 0;

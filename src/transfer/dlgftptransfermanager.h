@@ -37,13 +37,10 @@ class CDlgFtpTransferManager : public ftpzn::EventGuard<wxFrame>, public ftpzn::
     kTimerId = 10,
     kTimerMs = 10,
   };
-  // New rows reach the list at most this often, so that queueing a whole
-  // tree does not repaint the list once per file.
-  static constexpr int kRowCountRefreshMs = 100;
-  // While transfers end in a burst, the list is painted, the main window's
-  // status line shown and each pane listed again at most this often; the
-  // last change always shows, at most this much later, and at once when
-  // the list has emptied.
+  // While a tree is queued or its files end in a burst, the list is shown
+  // again, the main window's status line shown and each pane listed again
+  // at most this often; the last change always shows, at most this much
+  // later, and at once when the list has emptied.
   static constexpr int kRepaintMs = 250;
 
   CDlgFtpTransferManager();
@@ -70,13 +67,13 @@ class CDlgFtpTransferManager : public ftpzn::EventGuard<wxFrame>, public ftpzn::
   void OnInitDialog();
   void RestorePlacement();
   void SavePlacement();
-  void SyncRowCount();
-  void HoldListPaint();
+  void ListChanged();
+  void ShowList();
   // What is held and due, or everything when `all`.
   void ShowHeldChanges(bool all);
   void ShowOwedStatus();
   void RefreshPaneNow(bool upload);
-  std::vector<long> SelectedRows() const;
+  std::vector<long> SelectedRows();
 
   void OnTimer(wxTimerEvent& event);
   void OnStatusMessage(wxThreadEvent& event);
@@ -93,13 +90,11 @@ class CDlgFtpTransferManager : public ftpzn::EventGuard<wxFrame>, public ftpzn::
 
   std::shared_ptr<ftpzn::TransferPostBox> m_postBox;
   wxTimer m_timer;
-  long m_lastCountSync = 0;  // monotonic ms of the last row-count sync
   bool m_placementSaved = false;
-  // Monotonic ms: since when the list has been frozen (0: it is not), when
-  // the status line was last shown, when each pane (download, upload) was
-  // last listed again; and what is owed.
-  uint64_t m_listHeldSince = 0;
-  bool m_listPainted = false;  // since it was last let go
+  // Monotonic ms: when the list was last shown, the status line last shown
+  // and each pane (download, upload) last listed again; and what is owed.
+  uint64_t m_listShownMs = 0;
+  bool m_listStale = false;
   uint64_t m_statusShownMs = 0;
   uint64_t m_paneListedMs[2] = {0, 0};
   bool m_statusOwed = false;

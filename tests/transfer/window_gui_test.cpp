@@ -456,6 +456,12 @@ TEST_F(WindowTest, ManagerCancelsRunningAndQueued) {
   Command(CDlgFtpTransferManager::ID_EDIT_INVERT_SELECTION);
   EXPECT_EQ(Manager().m_listCtrl->GetSelectedItemCount(), 300);
   EXPECT_EQ(Manager().m_listCtrl->GetItemState(0, wxLIST_STATE_SELECTED), 0);
+  // A row that goes moves a selection after it up with its transfer.
+  Manager().m_listCtrl->SetItemState(-1, 0, wxLIST_STATE_SELECTED);
+  Manager().m_listCtrl->SetItemState(5, wxLIST_STATE_SELECTED, wxLIST_STATE_SELECTED);
+  Manager().CancelRows({1});
+  ASSERT_TRUE(WaitRows(300));
+  EXPECT_EQ(Manager().m_listCtrl->GetNextItem(-1, wxLIST_NEXT_ALL, wxLIST_STATE_SELECTED), 4);
 }
 
 TEST(ManagerPlacement, RestoredClampedAndSaved) {
