@@ -1,10 +1,10 @@
 // The engine against real servers: the same test bodies run against
 // vsftpd, pure-ftpd and proftpd, which differ in replies, listings and
-// features (MLSD, UTF8, EPSV); and over TLS: vsftpd (explicit and implicit,
-// insisting that data connections resume the control connection's session)
-// and pure-ftpd (explicit), with certificates of a test CA that the process
-// trusts through SSL_CERT_FILE, and certificates that are wrong each in
-// their own way.
+// features (MLSD, UTF8, EPSV), in clear text and over TLS: vsftpd (explicit
+// and implicit, insisting that data connections resume the control
+// connection's session) and pure-ftpd (explicit), with certificates of a
+// test CA that the process trusts through SSL_CERT_FILE, and certificates
+// that are wrong each in their own way.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
@@ -25,8 +25,6 @@ using testing::FtpServerKind;
 using testing::FtpTestServer;
 using testing::FtpTlsMode;
 using testing::TestCertKind;
-
-const std::vector<size_t> kSizes = {0, 4096, 4097, 10 * 1024 * 1024};
 
 std::string RandomBytes(size_t size, unsigned seed) {
   std::mt19937 rng(seed);
@@ -86,27 +84,42 @@ class TestSession : public CInternetSession {
   std::vector<std::string> sent;
 };
 
-// One server per kind for the whole binary, over a tree made before it
-// starts: each test works in a directory of its own.
+// One server per kind and TLS mode for the whole binary, over a tree made
+// before it starts: each test works in a directory of its own.
 void BuildTree(const std::string& root) {
   mkdir((root + "/empty").c_str(), 0755);
   mkdir((root + "/names").c_str(), 0755);
+  mkdir((root + "/names/sub dir").c_str(), 0755);
   WriteLocal(root + "/names/with spaces.txt", "spaces");
   WriteLocal(root + "/names/\xc3\xa9t\xc3\xa9 \xe6\x97\xa5\xe6\x9c\xac.txt", "utf8");
-  mkdir((root + "/names/sub dir").c_str(), 0755);
-  mkdir((root + "/down").c_str(), 0755);
-  for (size_t size : kSizes) WriteLocal(root + "/down/f" + std::to_string(size), RandomBytes(size, static_cast<unsigned>(size)));
 }
 
-class ServerTest : public ::testing::TestWithParam<FtpServerKind> {
+// Servers by kind, mode and certificate, each started once for the binary.
+// The engine reads its trust store with its first TLS connection.
+FtpTestServer* Server(FtpServerKind kind, FtpTlsMode mode, TestCertKind cert = TestCertKind::Trusted) {
+  std::string error;
+  if (!testing::TrustTestCertificates(error)) {
+    ADD_FAILURE() << error;
+    return nullptr;
+  }
+  testing::SharedFtpServer& s = testing::SharedServer(kind, "ftpzn-root-", BuildTree, {mode, cert});
+  if (!s.server) ADD_FAILURE() << "cannot start " << testing::FtpServerName(kind) << ": " << s.error;
+  return s.server.get();
+}
+
+// `resumesSessions`: a second control connection resumes the first one's
+// TLS session (pure-ftpd hands out no tickets under TLS 1.3).
+struct Row { const char* name; FtpServerKind kind; FtpTlsMode mode; bool resumesSessions; };
+
+class ServerTest : public ::testing::TestWithParam<Row> {
  protected:
   void SetUp() override {
-    testing::SharedFtpServer& s = testing::SharedServer(GetParam(), "ftpzn-root-", BuildTree);
-    ASSERT_TRUE(s.server) << "cannot start " << testing::FtpServerName(GetParam()) << ": " << s.error;
-    m_server = s.server.get();
-    m_root = s.root;
+    m_server = Server(GetParam().kind, GetParam().mode);
+    ASSERT_TRUE(m_server);
+    m_root = testing::SharedServer(GetParam().kind, "", nullptr, {GetParam().mode}).root;
+    m_tls = GetParam().mode == FtpTlsMode::None ? TlsMode::None : GetParam().mode == FtpTlsMode::Explicit ? TlsMode::Explicit : TlsMode::Implicit;
   }
-  std::unique_ptr<CFtpConnection> Connect(bool passive = true) { return m_session.Connect(*m_server, passive); }
+  std::unique_ptr<CFtpConnection> Connect(bool passive = true) { return m_session.Connect(*m_server, passive, m_tls); }
 
   // A fresh directory for one test, made by the server's account.
   std::wstring WorkDir(std::unique_ptr<CFtpConnection>& c, const std::wstring& suffix = {}) {
@@ -134,37 +147,54 @@ class ServerTest : public ::testing::TestWithParam<FtpServerKind> {
   TestSession m_session;
   FtpTestServer* m_server = nullptr;
   std::string m_root;
+  TlsMode m_tls = TlsMode::None;
 };
 
-// Listings and transfers of every size, passive and active. A refusal is
-// 12003 with the server's own reply. Nothing found is no failure without a reply: the last response is
-// the server's end of the listing. A find, and then a file, hold the
-// connection until done; a download closed early leaves it usable.
+// Transfers of every size, passive and active, byte for byte on the
+// server's disk and back; over TLS every data connection resumes a session
+// (vsftpd refuses those that do not), including after the TLS 1.3 tickets
+// that arrive once the handshake is over and after downloads closed early.
+// A refusal is 12003 with the server's own reply. Nothing found is no
+// failure without a reply: the last response is the server's end of the
+// listing. A find, and then a file, hold the connection until done.
 TEST_P(ServerTest, ListingsAndTransfers) {
   for (bool passive : {true, false}) {
     SCOPED_TRACE(passive ? "passive" : "active");
     auto c = Connect(passive);
+    if (m_tls != TlsMode::None) {
+      const TlsPeerInfo* tls = c->GetTlsInfo();
+      ASSERT_TRUE(tls);
+      EXPECT_EQ(tls->protocol, "TLS 1.3");
+      EXPECT_NE(tls->subject.find("CN=localhost"), std::string::npos) << tls->subject;
+      EXPECT_EQ(tls->resumed, !passive && GetParam().resumesSessions);
+    }
     std::wstring dir;
     ASSERT_TRUE(c->GetCurrentDirectory(dir));
     EXPECT_EQ(dir, L"/");
     const std::wstring base = WorkDir(c, passive ? L"_p" : L"_a");
-    for (size_t size : kSizes) {
-      std::string bytes = RandomBytes(size, static_cast<unsigned>(size) + 7);
-      Upload(*c, L"u" + std::to_wstring(size), bytes);
-      std::ifstream in(m_root + WideToWire(base) + "/u" + std::to_string(size), std::ios::binary);
-      EXPECT_TRUE(std::string(std::istreambuf_iterator<char>(in), {}) == bytes) << "content of u" << size;
+    for (size_t size : {0, 4096, 4097, 10 << 20}) {
+      const std::string bytes = RandomBytes(size, unsigned(size + passive)), name = "u" + std::to_string(size);
+      Upload(*c, WireToWide(name), bytes);
+      std::ifstream in(m_root + WideToWire(base) + "/" + name, std::ios::binary);
+      EXPECT_TRUE(std::string(std::istreambuf_iterator<char>(in), {}) == bytes) << "upload of " << name;
+      EXPECT_TRUE(Download(*c, WireToWide(name)) == bytes) << "download of " << name;
     }
+    c->OpenFile(L"u4096")->Close();  // unread
+    auto file = c->OpenFile(L"u10485760");
+    char block[4096];
+    EXPECT_EQ(file->Read(block, sizeof block), sizeof block);
+    file->Close();
     EXPECT_TRUE(c->Remove(L"u0"));
     EXPECT_FALSE(c->RemoveDirectory(base));  // not empty
     EXPECT_EQ(GetLastError(), 12003u);
-    EXPECT_EQ(InternetGetLastResponseInfo().substr(0, 1), L"5");
+    EXPECT_EQ(LastReply().substr(0, 1), "5");
 
     ASSERT_TRUE(c->SetCurrentDirectory(L"/empty"));
     bool ok = true;
     EXPECT_TRUE(List(*c, ok).empty());
     EXPECT_FALSE(ok);
     EXPECT_EQ(GetLastError(), 18u);
-    EXPECT_EQ(InternetGetLastResponseInfo().substr(0, 3), L"226");
+    EXPECT_EQ(LastReply().substr(0, 3), "226");
     ASSERT_TRUE(c->SetCurrentDirectory(L"/names"));
     auto names = List(*c, ok);
     const std::wstring utf8 = L"\u00e9t\u00e9 \u65e5\u672c.txt";
@@ -183,38 +213,27 @@ TEST_P(ServerTest, ListingsAndTransfers) {
     }
     EXPECT_TRUE(c->GetCurrentDirectory(dir));  // the last entry was reached
     find.Close();
-    auto file = c->OpenFile(L"with spaces.txt");
+    file = c->OpenFile(L"with spaces.txt");
     EXPECT_FALSE(c->SetCurrentDirectory(L"sub dir"));
     EXPECT_EQ(GetLastError(), 12110u);
     EXPECT_THROW(c->OpenFile(L"with spaces.txt"), CInternetException);
     file->Close();
-
-    ASSERT_TRUE(c->SetCurrentDirectory(L"/down"));
-    for (size_t size : kSizes) {
-      std::string got = Download(*c, L"f" + std::to_wstring(size));
-      EXPECT_EQ(got.size(), size);
-      EXPECT_TRUE(got == RandomBytes(size, static_cast<unsigned>(size))) << "content of f" << size;
-    }
-    file = c->OpenFile(L"f" + std::to_wstring(kSizes.back()));
-    char block[4096];
-    EXPECT_EQ(file->Read(block, sizeof block), sizeof block);
-    file->Close();
     EXPECT_TRUE(c->GetCurrentDirectory(dir));
-    EXPECT_EQ(dir, L"/down");
+    EXPECT_EQ(dir, L"/names");
   }
+  EXPECT_TRUE(m_session.asked.empty());
 }
 
 TEST_P(ServerTest, Ipv6) {
-  std::string root = testing::MakeScratchDir("ftpzn-root6");
+  std::string root = testing::MakeScratchDir("ftpzn-root6"), error;
   WriteLocal(root + "/six.txt", "over ipv6");
-  std::string error;
-  auto server = FtpTestServer::Start(GetParam(), root, error, true);
+  auto server = FtpTestServer::Start(GetParam().kind, root, error, true, {GetParam().mode});
   if (!server) {
     testing::RemoveTree(root);
-    GTEST_SKIP() << testing::FtpServerName(GetParam()) << " does not serve IPv6 here: " << error;
+    GTEST_SKIP() << GetParam().name << " does not serve IPv6 here: " << error;
   }
   for (bool passive : {true, false}) {
-    auto c = m_session.GetFtpConnection(L"::1", WireToWide(FtpTestServer::kUser), WireToWide(FtpTestServer::kPassword), server->Port(), passive);
+    auto c = m_session.GetFtpConnection(L"::1", WireToWide(FtpTestServer::kUser), WireToWide(FtpTestServer::kPassword), server->Port(), passive, m_tls);
     EXPECT_EQ(Download(*c, L"six.txt"), "over ipv6") << (passive ? "passive" : "active");
   }
   server->Stop();
@@ -237,9 +256,9 @@ TEST_P(ServerTest, PooledConnectionsHandedOnReplacedAndEmptied) {
   EXPECT_EQ(PooledConnectionCount(), 1u);
 
   // Not for another password, nor another port: those log in on their own.
-  EXPECT_THROW(m_session.Connect(*m_server, true, TlsMode::None, L"wrong"), CInternetException);
+  EXPECT_THROW(m_session.Connect(*m_server, true, m_tls, L"wrong"), CInternetException);
   EXPECT_EQ(GetLastError(), 12014u);
-  EXPECT_EQ(InternetGetLastResponseInfo().substr(0, 3), L"530");
+  EXPECT_EQ(LastReply().substr(0, 3), "530");
   EXPECT_THROW(m_session.GetFtpConnection(WireToWide(m_server->Host()), WireToWide(FtpTestServer::kUser), WireToWide(FtpTestServer::kPassword), testing::ClosedPort(), true), CInternetException);
   EXPECT_EQ(PooledConnectionCount(), 1u);
 
@@ -267,75 +286,13 @@ TEST_P(ServerTest, PooledConnectionsHandedOnReplacedAndEmptied) {
   EXPECT_TRUE(m_server->WaitForSessionCount(0, 5s)) << m_server->SessionCount() << " sessions left";
 }
 
-INSTANTIATE_TEST_SUITE_P(Servers, ServerTest, ::testing::Values(FtpServerKind::Vsftpd, FtpServerKind::PureFtpd, FtpServerKind::Proftpd),
-                         [](const auto& info) { return std::string(testing::FtpServerName(info.param)); });
-
-// Servers by kind, mode and certificate, each started once for the binary.
-FtpTestServer* TlsServer(FtpServerKind kind, FtpTlsMode mode, TestCertKind cert) {
-  std::string error;
-  if (!testing::TrustTestCertificates(error)) {
-    ADD_FAILURE() << error;
-    return nullptr;
-  }
-  testing::SharedFtpServer& s = testing::SharedServer(kind, "ftpzn-tls-", nullptr, {mode, cert});
-  if (!s.server) ADD_FAILURE() << "cannot start " << testing::FtpServerName(kind) << ": " << s.error;
-  return s.server.get();
-}
-
-struct TlsRow { const char* name; FtpServerKind kind; FtpTlsMode mode; bool resumesSessions; };
-
-class TlsServerTest : public ::testing::TestWithParam<TlsRow> {};
-
-// Uploads and downloads of every size one after another on one control
-// connection, passive and active: every data connection resumes a session
-// (vsftpd refuses those that do not), including after the TLS 1.3 tickets
-// that arrive once the handshake is over. The second control connection
-// resumes the first one's session where the server hands out tickets
-// (pure-ftpd gives none under TLS 1.3).
-TEST_P(TlsServerTest, TransfersInARowAreByteExact) {
-  const TlsRow& row = GetParam();
-  FtpTestServer* server = TlsServer(row.kind, row.mode, TestCertKind::Trusted);
-  ASSERT_TRUE(server);
-  TestSession session;
-  const TlsMode mode = row.mode == FtpTlsMode::Implicit ? TlsMode::Implicit : TlsMode::Explicit;
-  for (const bool passive : {true, false}) {
-    SCOPED_TRACE(passive ? "passive" : "active");
-    auto c = session.Connect(*server, passive, mode);
-    const TlsPeerInfo* tls = c->GetTlsInfo();
-    ASSERT_TRUE(tls);
-    EXPECT_EQ(tls->protocol, "TLS 1.3");
-    EXPECT_NE(tls->subject.find("CN=localhost"), std::string::npos) << tls->subject;
-    EXPECT_EQ(tls->resumed, !passive && row.resumesSessions);
-    const std::wstring dir = passive ? L"/tls_passive" : L"/tls_active";
-    c->CreateDirectory(dir);
-    ASSERT_TRUE(c->SetCurrentDirectory(dir)) << LastReply();
-    const size_t sizes[] = {0, 4096, 10 * 1024 * 1024};
-    for (size_t size : sizes) Upload(*c, L"f" + std::to_wstring(size), RandomBytes(size, unsigned(size)));
-    CFtpFileFind find(c.get());
-    ASSERT_TRUE(find.FindFile()) << LastReply();
-    size_t listed = 0;
-    for (bool more = true; more && listed < 10; ++listed) more = find.FindNextFile();
-    find.Close();
-    EXPECT_EQ(listed, 3u);
-    // Closed unread, or after one block: the next data connection must
-    // still resume the session.
-    for (const wchar_t* name : {L"f4096", L"f10485760"}) {
-      auto early = c->OpenFile(name);
-      char block[4096];
-      if (name[1] == L'1') {
-        EXPECT_EQ(early->Read(block, sizeof block), sizeof block);
-      }
-      early->Close();
-    }
-    for (size_t size : sizes) EXPECT_TRUE(Download(*c, L"f" + std::to_wstring(size)) == RandomBytes(size, unsigned(size))) << size;
-  }
-  EXPECT_TRUE(session.asked.empty());
-}
-
-INSTANTIATE_TEST_SUITE_P(Servers, TlsServerTest,
-                         ::testing::Values(TlsRow{"vsftpd_explicit", FtpServerKind::Vsftpd, FtpTlsMode::Explicit, true},
-                                           TlsRow{"vsftpd_implicit", FtpServerKind::Vsftpd, FtpTlsMode::Implicit, true},
-                                           TlsRow{"pureftpd_explicit", FtpServerKind::PureFtpd, FtpTlsMode::Explicit, false}),
+INSTANTIATE_TEST_SUITE_P(Servers, ServerTest,
+                         ::testing::Values(Row{"vsftpd", FtpServerKind::Vsftpd, FtpTlsMode::None, false},
+                                           Row{"pureftpd", FtpServerKind::PureFtpd, FtpTlsMode::None, false},
+                                           Row{"proftpd", FtpServerKind::Proftpd, FtpTlsMode::None, false},
+                                           Row{"vsftpd_explicit", FtpServerKind::Vsftpd, FtpTlsMode::Explicit, true},
+                                           Row{"vsftpd_implicit", FtpServerKind::Vsftpd, FtpTlsMode::Implicit, true},
+                                           Row{"pureftpd_explicit", FtpServerKind::PureFtpd, FtpTlsMode::Explicit, false}),
                          [](const auto& info) { return std::string(info.param.name); });
 
 // An untrusted certificate is refused with the reason unless the session
@@ -349,7 +306,7 @@ TEST(Certificates, UntrustedIsRefusedAskedOrPinned) {
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.why);
-    FtpTestServer* server = TlsServer(FtpServerKind::Vsftpd, FtpTlsMode::Explicit, row.cert);
+    FtpTestServer* server = Server(FtpServerKind::Vsftpd, FtpTlsMode::Explicit, row.cert);
     ASSERT_TRUE(server);
     TestSession session;
     try {
@@ -371,10 +328,7 @@ TEST(Certificates, UntrustedIsRefusedAskedOrPinned) {
 
     session.accept = true;
     auto c = session.Connect(*server, true, TlsMode::Explicit);
-    CFtpFileFind find(c.get());
-    EXPECT_FALSE(find.FindFile());
-    EXPECT_EQ(GetLastError(), kErrNoMoreFiles);
-    find.Close();
+    EXPECT_TRUE(CFtpFileFind(c.get()).FindFile()) << LastReply();
     c.reset();
     auto again = session.Connect(*server, true, TlsMode::Explicit);
     EXPECT_EQ(session.asked.size(), 2u);  // the second connection of the session did not ask
@@ -389,11 +343,11 @@ TEST(Certificates, UntrustedIsRefusedAskedOrPinned) {
 // A server without TLS: the connection fails before anything else is sent,
 // the password above all.
 TEST(Certificates, NoLoginInClearText) {
-  testing::SharedFtpServer& plain = testing::SharedServer(FtpServerKind::Vsftpd, "ftpzn-root-", BuildTree);
-  ASSERT_TRUE(plain.server) << plain.error;
+  FtpTestServer* plain = Server(FtpServerKind::Vsftpd, FtpTlsMode::None);
+  ASSERT_TRUE(plain);
   TestSession session;
   try {
-    session.Connect(*plain.server, true, TlsMode::Explicit);
+    session.Connect(*plain, true, TlsMode::Explicit);
     ADD_FAILURE() << "connected without TLS";
   } catch (const CInternetException& e) {
     EXPECT_EQ(e.m_dwError, kErrSecureChannel);
