@@ -11,6 +11,7 @@ the same faults against another suite: that is how two suites are compared.
 Prints one line per mutant, every survivor again at the end, then
 "summary: killed=K total=N".
 """
+import glob
 import os
 import random
 import re
@@ -151,6 +152,10 @@ def build():
     return run(["cmake", "--build", BUILD, "-j2"]).returncode == 0
 
 
+def scratch():
+    return set(glob.glob("/tmp/ftpzn-*"))
+
+
 def first_failure(output):
     m = re.search(r"\d+ - (\S+) \(", output)
     return m.group(1) if m else "?"
@@ -186,6 +191,7 @@ def main():
         mutated = list(lines)
         mutated[index] = new_line
         original = "\n".join(lines)
+        leftovers = scratch()
         try:
             with open(path, "w", encoding="utf-8") as f:
                 f.write("\n".join(mutated))
@@ -222,6 +228,10 @@ def main():
         finally:
             with open(path, "w", encoding="utf-8") as f:
                 f.write(original)
+            # A test that failed or ran out of time leaves its scratch folders
+            # (up to the file limit each); they go with its mutant.
+            for p in scratch() - leftovers:
+                shutil.rmtree(p, ignore_errors=True) if os.path.isdir(p) else os.remove(p)
     build()
     print()
     for s in survivors:
