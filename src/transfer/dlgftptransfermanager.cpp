@@ -58,6 +58,11 @@ uint64_t NowMs() {
   return static_cast<uint64_t>(std::chrono::duration_cast<std::chrono::milliseconds>(since).count());
 }
 
+// Whether what was last shown at `shownMs` may be shown again now.
+bool RepaintDue(uint64_t shownMs, uint64_t nowMs = NowMs()) {
+  return nowMs - shownMs >= static_cast<uint64_t>(CDlgFtpTransferManager::kRepaintMs);
+}
+
 uint32_t ThreadIdOf(const wxThreadEvent& event) { return static_cast<uint32_t>(event.GetExtraLong()); }
 
 }  // namespace
@@ -164,7 +169,7 @@ std::shared_ptr<ftpzn::TransferSink> CDlgFtpTransferManager::GetSink() { return 
 // late shows the queue as it is by then.
 void CDlgFtpTransferManager::ListChanged() {
   m_listStale = true;
-  if (NowMs() - m_listShownMs >= static_cast<uint64_t>(kRepaintMs)) ShowList();
+  if (RepaintDue(m_listShownMs)) ShowList();
 }
 
 void CDlgFtpTransferManager::ShowList() {
@@ -177,7 +182,7 @@ void CDlgFtpTransferManager::ShowList() {
 
 void CDlgFtpTransferManager::ShowHeldChanges(bool all) {
   const uint64_t now = NowMs();
-  auto due = [&](uint64_t since) { return all || now - since >= static_cast<uint64_t>(kRepaintMs); };
+  auto due = [&](uint64_t shownMs) { return all || RepaintDue(shownMs, now); };
   if (m_listStale && due(m_listShownMs)) ShowList();
   if (m_statusOwed && due(m_statusShownMs)) ShowOwedStatus();
   for (bool upload : {false, true})
@@ -207,7 +212,7 @@ void CDlgFtpTransferManager::ShowStatusText(const wxString& text) {
   if (!m_pFtpMainWnd) return;
   m_owedStatus = text;
   m_statusOwed = true;
-  if (NowMs() - m_statusShownMs >= static_cast<uint64_t>(kRepaintMs)) ShowOwedStatus();
+  if (RepaintDue(m_statusShownMs)) ShowOwedStatus();
 }
 
 void CDlgFtpTransferManager::ShowOwedStatus() {
@@ -223,7 +228,7 @@ void CDlgFtpTransferManager::RefreshPane(bool upload) {
   // The last transfer's end shows at once, whatever is still held.
   if (GetRowCount() == 0)
     ShowHeldChanges(true);
-  else if (NowMs() - m_paneListedMs[upload] >= static_cast<uint64_t>(kRepaintMs))
+  else if (RepaintDue(m_paneListedMs[upload]))
     RefreshPaneNow(upload);
 }
 
